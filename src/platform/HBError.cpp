@@ -1,0 +1,19 @@
+#include "platform/HBError.h"
+
+#include <QStringList>
+
+HBError::HBError(QString domain, int code, QString description, QString failureReason)
+    : m_domain(std::move(domain))
+    , m_code(code)
+    , m_description(std::move(description))
+    , m_failureReason(std::move(failureReason))
+{
+}
+
+QString HBError::detailedErrorsDescription() const
+{
+    QStringList parts;
+    for (const HBError &e : m_detailedErrors)
+        parts << e.localizedDescription();
+    return parts.join(QLatin1String("; "));
+}
