@@ -1,0 +1,46 @@
+#pragma once
+
+#include "platform/store/HBPredicate.h"
+#include "platform/store/HBSortDescriptor.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+// What to fetch: records of an entity (and its sub-entities) that match a
+// predicate, in the order of the sort descriptors, at most fetchLimit of
+// them (0: all). Relationship key paths to prefetch are loaded in one pass
+// with the results, so that walking them later does not fetch per object.
+class HBFetchRequest
+{
+public:
+    enum ResultType { ManagedObjectResultType, ManagedObjectIDResultType };
+
+    HBFetchRequest() = default;
+    explicit HBFetchRequest(QString entityName) : m_entityName(std::move(entityName)) {}
+    static HBFetchRequest fetchRequestWithEntityName(const QString &entityName) { return HBFetchRequest(entityName); }
+
+    QString entityName() const { return m_entityName; }
+    void setEntityName(const QString &name) { m_entityName = name; }
+    HBPredicate predicate() const { return m_predicate; }   // invalid: every record
+    void setPredicate(const HBPredicate &predicate) { m_predicate = predicate; }
+    QList<HBSortDescriptor> sortDescriptors() const { return m_sortDescriptors; }
+    void setSortDescriptors(const QList<HBSortDescriptor> &sortDescriptors) { m_sortDescriptors = sortDescriptors; }
+    int fetchLimit() const { return m_fetchLimit; }
+    void setFetchLimit(int limit) { m_fetchLimit = limit; }
+    ResultType resultType() const { return m_resultType; }
+    void setResultType(ResultType type) { m_resultType = type; }
+    QStringList relationshipKeyPathsForPrefetching() const { return m_prefetch; }
+    void setRelationshipKeyPathsForPrefetching(const QStringList &keyPaths) { m_prefetch = keyPaths; }
+    bool returnsObjectsAsFaults() const { return m_returnsObjectsAsFaults; }
+    void setReturnsObjectsAsFaults(bool faults) { m_returnsObjectsAsFaults = faults; }
+
+private:
+    QString m_entityName;
+    HBPredicate m_predicate;
+    QList<HBSortDescriptor> m_sortDescriptors;
+    int m_fetchLimit = 0;
+    ResultType m_resultType = ManagedObjectResultType;
+    QStringList m_prefetch;
+    bool m_returnsObjectsAsFaults = true;
+};

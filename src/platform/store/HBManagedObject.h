@@ -1,0 +1,88 @@
+#pragma once
+
+#include "platform/store/HBManagedObjectID.h"
+#include "platform/store/HBStoreRow.h"
+
+#include <QList>
+#include <QMetaType>
+#include <QString>
+#include <QVariant>
+
+class HBEntityDescription;
+class HBManagedObjectContext;
+class HBPersistentStore;
+struct HBPropertyDescription;
+
+// A record in a context. Not a QObject: there are millions of track points.
+// Only the values that are set are kept; a fault knows its ID and loads its
+// values from the layer below on first access.
+//
+// To-one relationships hold the destination object (or its ID until first
+// read); to-many relationships are the inverse view of the destination's
+// to-one and are answered by the context.
+class HBManagedObject
+{
+public:
+    HBManagedObject() = default;
+    virtual ~HBManagedObject();
+    HBManagedObject(const HBManagedObject &) = delete;
+    HBManagedObject &operator=(const HBManagedObject &) = delete;
+
+    HBManagedObjectContext *managedObjectContext() const { return m_context; }
+    const HBEntityDescription *entity() const { return m_entity; }
+    HBManagedObjectID objectID() const { return m_objectID; }
+
+    bool isInserted() const { return m_inserted; }
+    bool isDeleted() const { return m_deleted; }
+    bool isUpdated() const { return !m_inserted && !m_deleted && m_changed != 0; }
+    bool isFault() const { return m_fault; }
+    bool hasChanges() const { return m_inserted || m_deleted || m_changed != 0; }
+
+    // Attribute values; a to-one relationship reads as HBManagedObject*,
+    // a to-many one as QList<HBManagedObject *>.
+    QVariant valueForKey(const QString &key) const;
+    void setValueForKey(const QVariant &value, const QString &key);
+    // Follows to-one relationships; subclasses answer their derived keys in
+    // valueForUndefinedKey.
+    QVariant valueForKeyPath(const QString &keyPath) const;
+
+    // Typed shortcuts for the model classes.
+    HBManagedObject *objectForKey(const QString &key) const;
+    QList<HBManagedObject *> objectsForKey(const QString &key) const;
+    void setObjectForKey(HBManagedObject *object, const QString &key);
+    // Replaces the members of a to-many relationship by setting (or clearing)
+    // the inverse to-one of each object concerned.
+    void setObjectsForKey(const QList<HBManagedObject *> &objects, const QString &key);
+
+    // The value slot without relationship resolution (IDs stay IDs).
+    QVariant primitiveValue(int slot) const;
+    void setPrimitiveValue(int slot, const QVariant &value, bool markChanged = true);
+
+    // Store hooks, called by the context.
+    virtual void awakeFromInsert() {}
+    virtual void awakeFromFetch() {}
+    virtual void willSave() {}
+    virtual void didSave() {}
+
+protected:
+    virtual QVariant valueForUndefinedKey(const QString &key) const;
+    const HBPropertyDescription *property(const QString &key) const;
+
+private:
+    friend class HBManagedObjectContext;
+    void fireFault() const;
+    QVariant *findSlot(int slot) const;
+    HBRowValues m_values;
+    HBManagedObjectContext *m_context = nullptr;
+    const HBEntityDescription *m_entity = nullptr;
+    HBManagedObjectID m_objectID;
+    HBPersistentStore *m_assignedStore = nullptr;
+    quint64 m_changed = 0;     // one bit per property slot
+    bool m_inserted = false;
+    bool m_deleted = false;
+    mutable bool m_fault = false;
+};
+
+Q_DECLARE_METATYPE(HBManagedObject *)
+Q_DECLARE_METATYPE(QList<HBManagedObject *>)
+Q_DECLARE_METATYPE(QList<HBManagedObjectID>)

@@ -1,0 +1,852 @@
+#include "platform/store/HBManagedObjectContext.h"
+
+#include "platform/HBLogging.h"
+#include "platform/store/HBEntityDescription.h"
+#include "platform/store/HBManagedObject.h"
+#include "platform/store/HBManagedObjectContext_p.h"
+#include "platform/store/HBManagedObjectModel.h"
+#include "platform/store/HBPersistentStore.h"
+#include "platform/store/HBPersistentStoreCoordinator.h"
+
+#include <QCoreApplication>
+#include <QRunnable>
+#include <QThread>
+#include <QThreadPool>
+
+#include <algorithm>
+#include <future>
+
+namespace {
+
+// The contexts whose queue the current thread is running, innermost last;
+// waiting for one of them from inside it runs the block at once.
+thread_local std::vector<const HBManagedObjectContext *> runningContexts;
+
+struct RunningScope
+{
+    explicit RunningScope(const HBManagedObjectContext *c) { runningContexts.push_back(c); }
+    ~RunningScope() { runningContexts.pop_back(); }
+};
+
+bool isRunning(const HBManagedObjectContext *c)
+{
+    return std::find(runningContexts.begin(), runningContexts.end(), c) != runningContexts.end();
+}
+
+// Private queues are served by a pool with room for many threads: a block
+// may wait for the main thread or for another context, and must not starve
+// the queues it waits for.
+QThreadPool &queuePool()
+{
+    static QThreadPool *pool = [] {
+        auto *p = new QThreadPool;
+        p->setMaxThreadCount(256);
+        p->setExpiryTimeout(10000);
+        return p;
+    }();
+    return *pool;
+}
+
+bool onMainThread()
+{
+    return !QCoreApplication::instance() || QThread::currentThread() == QCoreApplication::instance()->thread();
+}
+
+QVariant asID(const QVariant &value)
+{
+    if (value.metaType() == QMetaType::fromType<HBManagedObject *>()) {
+        const HBManagedObject *o = value.value<HBManagedObject *>();
+        return o ? QVariant::fromValue(o->objectID()) : QVariant();
+    }
+    return value;
+}
+
+HBRowValues valuesAsIDs(const HBRowValues &values)
+{
+    HBRowValues copy;
+    copy.reserve(values.size());
+    for (const auto &[slot, value] : values)
+        copy.emplace_back(slot, asID(value));
+    return copy;
+}
+
+bool sortsBefore(const HBManagedObject *a, const HBManagedObject *b, const QList<HBSortDescriptor> &sort)
+{
+    for (const HBSortDescriptor &s : sort) {
+        const QVariant va = a->valueForKeyPath(s.key), vb = b->valueForKeyPath(s.key);
+        if (!va.isValid() || !vb.isValid()) {
+            if (va.isValid() == vb.isValid())
+                continue;
+            return s.ascending ? !va.isValid() : va.isValid();
+        }
+        const int order = HBPredicate::compareValues(va, vb);
+        if (order != 0)
+            return s.ascending ? order < 0 : order > 0;
+    }
+    return false;
+}
+
+HBError contextError(int code, const QString &description)
+{
+    return HBError(HBManagedObjectContext::errorDomain(), code, description);
+}
+
+} // namespace
+
+HBManagedObjectContext::HBManagedObjectContext(ConcurrencyType type, QObject *parent)
+    : QObject(parent)
+    , m_type(type)
+    , d(std::make_unique<Private>())
+{
+    qRegisterMetaType<HBSaveChanges>();
+}
+
+HBManagedObjectContext::~HBManagedObjectContext()
+{
+    // let a running drain finish before the objects go
+    for (;;) {
+        QMutexLocker queue(&d->queueMutex);
+        if (!d->draining)
+            break;
+        queue.unlock();
+        QThread::msleep(1);
+    }
+    reset();
+}
+
+void HBManagedObjectContext::setPersistentStoreCoordinator(HBPersistentStoreCoordinator *coordinator)
+{
+    m_coordinator = coordinator;
+}
+
+HBPersistentStoreCoordinator *HBManagedObjectContext::persistentStoreCoordinator() const
+{
+    return m_parent ? m_parent->persistentStoreCoordinator() : m_coordinator;
+}
+
+void HBManagedObjectContext::setParentContext(HBManagedObjectContext *parent)
+{
+    m_parent = parent;
+}
+
+// --- the queue --------------------------------------------------------------
+
+void HBManagedObjectContext::performBlock(std::function<void()> block)
+{
+    if (m_type == MainQueueConcurrencyType) {
+        auto run = [this, block = std::move(block)] {
+            QMutexLocker lock(&d->lock);
+            RunningScope scope(this);
+            block();
+        };
+        if (QCoreApplication::instance())
+            QMetaObject::invokeMethod(QCoreApplication::instance(), run, Qt::QueuedConnection);
+        else
+            run();
+        return;
+    }
+    QMutexLocker queue(&d->queueMutex);
+    d->tasks.push_back(std::move(block));
+    if (d->draining)
+        return;
+    d->draining = true;
+    queuePool().start([this] {
+        for (;;) {
+            QMutexLocker queue(&d->queueMutex);
+            if (d->tasks.empty()) {
+                d->draining = false;
+                return;
+            }
+            std::function<void()> task = std::move(d->tasks.front());
+            d->tasks.pop_front();
+            queue.unlock();
+            QMutexLocker lock(&d->lock);
+            RunningScope scope(this);
+            task();
+        }
+    });
+}
+
+void HBManagedObjectContext::performBlockAndWait(const std::function<void()> &block)
+{
+    if (isRunning(this)) {
+        block();
+        return;
+    }
+    if (m_type == MainQueueConcurrencyType) {
+        auto run = [this, &block] {
+            QMutexLocker lock(&d->lock);
+            RunningScope scope(this);
+            block();
+        };
+        if (onMainThread())
+            run();
+        else
+            QMetaObject::invokeMethod(QCoreApplication::instance(), run, Qt::BlockingQueuedConnection);
+        return;
+    }
+    std::promise<void> done;
+    performBlock([&block, &done] {
+        block();
+        done.set_value();
+    });
+    done.get_future().wait();
+}
+
+void HBManagedObjectContext::lock()
+{
+    d->lock.lock();
+}
+
+void HBManagedObjectContext::unlock()
+{
+    d->lock.unlock();
+}
+
+// --- objects ----------------------------------------------------------------
+
+HBManagedObject *HBManagedObjectContext::insertNewObjectForEntityForName(const QString &entityName)
+{
+    HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
+    const HBEntityDescription *entity = coordinator ? coordinator->managedObjectModel()->entityNamed(entityName) : nullptr;
+    if (!entity || entity->isAbstract()) {
+        qCWarning(hbStore) << "Cannot insert an object of entity" << entityName;
+        return nullptr;
+    }
+    HBManagedObject *object = entity->newObject();
+    object->m_context = this;
+    object->m_entity = entity;
+    object->m_objectID = HBManagedObjectID::temporaryID(entity);
+    object->m_inserted = true;
+    d->registered.insert(object->m_objectID, object);
+    d->insertedOrder.push_back(object);
+    d->changedByRoot[entity->rootEntity()].insert(object);
+    d->toManyCache.clear();
+    object->awakeFromInsert();
+    return object;
+}
+
+HBManagedObject *HBManagedObjectContext::objectWithID(const HBManagedObjectID &requested)
+{
+    if (requested.isNull())
+        return nullptr;
+    HBManagedObjectID objectID = requested;
+    if (objectID.isTemporaryID())
+        objectID = d->permanentIDForTemporary.value(objectID, objectID);
+    if (HBManagedObject *object = d->registered.value(objectID))
+        return object;
+    HBManagedObject *object = objectID.entity()->newObject();
+    object->m_context = this;
+    object->m_entity = objectID.entity();
+    object->m_objectID = objectID;
+    object->m_fault = true;
+    d->registered.insert(objectID, object);
+    return object;
+}
+
+HBManagedObject *HBManagedObjectContext::existingObjectWithID(const HBManagedObjectID &objectID, HBError *error)
+{
+    HBManagedObject *object = objectWithID(objectID);
+    if (!object)
+        return nullptr;
+    if (!object->m_fault || fulfillFault(object))
+        return object;
+    d->registered.remove(object->m_objectID);
+    delete object;
+    if (error)
+        *error = contextError(133000, QStringLiteral("No record for %1").arg(objectID.uriString()));
+    return nullptr;
+}
+
+bool HBManagedObjectContext::fulfillFault(HBManagedObject *object)
+{
+    object->m_fault = false;
+    const HBManagedObjectID id = object->m_objectID;
+    std::optional<HBRowValues> values;
+    if (m_parent) {
+        m_parent->performBlockAndWait([&] {
+            HBManagedObject *p = m_parent->existingObjectWithID(id);
+            if (p && !p->m_deleted)
+                values = valuesAsIDs(p->m_values);
+        });
+    } else if (!id.isTemporaryID()) {
+        HBPersistentStore *store = m_coordinator ? m_coordinator->persistentStoreForIdentifier(id.storeIdentifier()) : nullptr;
+        std::optional<HBStoreRow> row = store ? store->rowForObjectID(id) : std::nullopt;
+        if (row && row->entity)
+            values = std::move(row->values);
+    }
+    if (!values) {
+        object->m_fault = true;
+        return false;
+    }
+    object->m_values = std::move(*values);
+    object->awakeFromFetch();
+    return true;
+}
+
+void HBManagedObjectContext::objectDidChange(HBManagedObject *object, const HBPropertyDescription *property)
+{
+    if (property->isRelationship)
+        d->toManyCache.clear();
+    if (object->m_inserted || object->m_deleted)
+        return;
+    d->updated.insert(object);
+    d->changedByRoot[object->m_entity->rootEntity()].insert(object);
+}
+
+void HBManagedObjectContext::deleteObject(HBManagedObject *object)
+{
+    if (!object || object->m_deleted || object->m_context != this)
+        return;
+    // Related objects are found before the object is marked, so that the
+    // rules see the graph as it was.
+    QList<std::pair<const HBPropertyDescription *, QList<HBManagedObject *>>> related;
+    for (const HBPropertyDescription *p : object->m_entity->properties()) {
+        if (!p->isRelationship || p->deleteRule == HBDeleteRule::NoAction)
+            continue;
+        if (p->isToMany)
+            related.append({p, relatedObjects(object, p)});
+        else if (p->deleteRule == HBDeleteRule::Cascade)
+            related.append({p, {object->objectForKey(p->name)}});
+    }
+    object->m_deleted = true;
+    d->updated.remove(object);
+    d->changedByRoot[object->m_entity->rootEntity()].remove(object);
+    d->toManyCache.clear();
+    // An object inserted here and deleted again never leaves this context;
+    // the next save only drops it.
+    if (!object->m_inserted)
+        d->deletedOrder.push_back(object);
+
+    for (const auto &[p, members] : related) {
+        for (HBManagedObject *member : members) {
+            if (!member || member->m_deleted)
+                continue;
+            if (p->deleteRule == HBDeleteRule::Cascade)
+                deleteObject(member);
+            else if (p->isToMany && p->inverse)
+                member->setPrimitiveValue(p->inverse->index, QVariant());
+        }
+    }
+}
+
+QList<HBManagedObject *> HBManagedObjectContext::relatedObjects(const HBManagedObject *object,
+                                                                const HBPropertyDescription *property)
+{
+    const auto key = qMakePair(object, property->index);
+    auto cached = d->toManyCache.constFind(key);
+    if (cached != d->toManyCache.constEnd())
+        return *cached;
+    HBFetchRequest request(property->destinationEntity->name());
+    HBPredicate::Expression left{true, property->inverse->name, {}};
+    HBPredicate::Expression right{false, {}, QVariant::fromValue(const_cast<HBManagedObject *>(object))};
+    request.setPredicate(HBPredicate::comparison(left, HBPredicate::Operator::Equal, right));
+    const QList<HBManagedObject *> members = executeFetchRequest(request);
+    d->toManyCache.insert(key, members);
+    return members;
+}
+
+void HBManagedObjectContext::assignObject(HBManagedObject *object, HBPersistentStore *store)
+{
+    if (object && object->m_context == this && object->m_objectID.isTemporaryID())
+        object->m_assignedStore = store;
+}
+
+// --- fetching ---------------------------------------------------------------
+
+QList<HBManagedObjectContext::Snapshot> HBManagedObjectContext::fetchSnapshots(const HBFetchRequest &request, HBError *error)
+{
+    QList<Snapshot> snapshots;
+    performBlockAndWait([&] {
+        for (HBManagedObject *object : executeFetchRequest(request, error))
+            snapshots.append({object->m_objectID, valuesAsIDs(object->m_values)});
+    });
+    return snapshots;
+}
+
+QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFetchRequest &request, HBError *error)
+{
+    HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
+    const HBEntityDescription *entity = coordinator ? coordinator->managedObjectModel()->entityNamed(request.entityName()) : nullptr;
+    if (!entity) {
+        if (error)
+            *error = contextError(134810, QStringLiteral("No entity named %1").arg(request.entityName()));
+        return {};
+    }
+    const HBPredicate predicate = request.predicate().isValid() ? request.predicate() : HBPredicate::truePredicate();
+    const QSet<HBManagedObject *> &changed = d->changedByRoot[entity->rootEntity()];
+    const bool overlay = !changed.isEmpty() || !d->deletedOrder.empty();
+
+    HBFetchRequest below = request;
+    if (overlay)
+        below.setFetchLimit(0);
+    below.setRelationshipKeyPathsForPrefetching({});
+
+    // Unchanged objects are refreshed from what the layer below says;
+    // changed ones keep their values and are judged in memory.
+    auto adopt = [this](const HBManagedObjectID &id, HBRowValues &&values) {
+        HBManagedObject *object = d->registered.value(id);
+        if (!object) {
+            object = id.entity()->newObject();
+            object->m_context = this;
+            object->m_entity = id.entity();
+            object->m_objectID = id;
+            object->m_values = std::move(values);
+            d->registered.insert(id, object);
+            object->awakeFromFetch();
+        } else if (object->m_fault || !object->hasChanges()) {
+            const bool wasFault = object->m_fault;
+            object->m_values = std::move(values);
+            object->m_fault = false;
+            if (wasFault)
+                object->awakeFromFetch();
+        }
+        return object;
+    };
+
+    QList<HBManagedObject *> candidates;
+    bool filterAll = false;
+    int sources = 0;
+    if (m_parent) {
+        HBError parentError;
+        for (Snapshot &s : m_parent->fetchSnapshots(below, &parentError))
+            candidates.append(adopt(s.id, std::move(s.values)));
+        if (!parentError.isNull()) {
+            if (error)
+                *error = parentError;
+            return {};
+        }
+        sources = 1;
+    } else {
+        for (HBPersistentStore *store : coordinator->persistentStores()) {
+            if (!store->holdsEntity(entity))
+                continue;
+            HBPersistentStore::FetchResult rows = store->fetchRows(entity, predicate, below.sortDescriptors(), below.fetchLimit());
+            if (!rows.ok) {
+                if (error)
+                    *error = rows.error;
+                return {};
+            }
+            filterAll = filterAll || !rows.filtered;
+            ++sources;
+            const QString identifier = store->identifier();
+            for (HBStoreRow &row : rows.rows) {
+                if (row.entity)
+                    candidates.append(adopt(HBManagedObjectID::permanentID(row.entity, identifier, row.primaryKey),
+                                            std::move(row.values)));
+            }
+        }
+    }
+
+    QList<HBManagedObject *> results;
+    results.reserve(candidates.size());
+    QSet<HBManagedObject *> seen;
+    for (HBManagedObject *object : candidates) {
+        if (object->m_deleted || seen.contains(object))
+            continue;
+        if ((filterAll || (overlay && changed.contains(object))) && !predicate.evaluateWithObject(object))
+            continue;
+        seen.insert(object);
+        results.append(object);
+    }
+    bool addedInMemory = false;
+    for (HBManagedObject *object : changed) {
+        if (object->m_deleted || seen.contains(object) || !object->m_entity->isKindOfEntity(entity))
+            continue;
+        if (predicate.evaluateWithObject(object)) {
+            results.append(object);
+            addedInMemory = true;
+        }
+    }
+    const QList<HBSortDescriptor> sort = request.sortDescriptors();
+    if (!sort.isEmpty() && (addedInMemory || sources > 1 || filterAll || overlay))
+        std::stable_sort(results.begin(), results.end(),
+                         [&sort](const HBManagedObject *a, const HBManagedObject *b) { return sortsBefore(a, b, sort); });
+    if (request.fetchLimit() > 0 && results.size() > request.fetchLimit())
+        results.resize(request.fetchLimit());
+
+    for (const QString &keyPath : request.relationshipKeyPathsForPrefetching()) {
+        const HBPropertyDescription *p = entity->propertyNamed(keyPath.section(u'.', 0, 0));
+        if (!p || !p->isRelationship || results.isEmpty())
+            continue;
+        HBFetchRequest prefetch(p->destinationEntity->name());
+        if (p->isToMany) {
+            QList<HBManagedObject *> owners = results;
+            prefetch.setPredicate(HBPredicate::format(p->inverse->name + QStringLiteral(" IN %@"),
+                                                      {QVariant::fromValue(owners)}));
+            QHash<const HBManagedObject *, QList<HBManagedObject *>> byOwner;
+            for (HBManagedObject *member : executeFetchRequest(prefetch))
+                byOwner[member->objectForKey(p->inverse->name)].append(member);
+            for (HBManagedObject *owner : results)
+                d->toManyCache.insert(qMakePair(owner, p->index), byOwner.value(owner));
+        } else {
+            QList<HBManagedObjectID> targets;
+            for (HBManagedObject *owner : results) {
+                const QVariant v = asID(owner->primitiveValue(p->index));
+                if (v.isValid())
+                    targets.append(v.value<HBManagedObjectID>());
+            }
+            if (targets.isEmpty())
+                continue;
+            prefetch.setPredicate(HBPredicate::format(QStringLiteral("self IN %@"), {QVariant::fromValue(targets)}));
+            executeFetchRequest(prefetch);
+        }
+    }
+    return results;
+}
+
+QList<HBManagedObjectID> HBManagedObjectContext::executeFetchRequestForObjectIDs(const HBFetchRequest &request, HBError *error)
+{
+    QList<HBManagedObjectID> ids;
+    for (const HBManagedObject *object : executeFetchRequest(request, error))
+        ids.append(object->m_objectID);
+    return ids;
+}
+
+qsizetype HBManagedObjectContext::countForFetchRequest(const HBFetchRequest &request, HBError *error)
+{
+    return executeFetchRequest(request, error).size();
+}
+
+// --- identifiers --------------------------------------------------------------
+
+bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedObject *> &objects, HBError *error)
+{
+    HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
+    if (!coordinator)
+        return false;
+    // one reservation per store and table
+    QHash<QPair<HBPersistentStore *, const HBEntityDescription *>, QList<HBManagedObject *>> groups;
+    for (HBManagedObject *object : objects) {
+        if (!object || !object->m_objectID.isTemporaryID())
+            continue;
+        HBPersistentStore *store = object->m_assignedStore;
+        if (!store || !store->holdsEntity(object->m_entity))
+            store = coordinator->defaultStoreForEntity(object->m_entity);
+        if (!store) {
+            if (error)
+                *error = contextError(134020, QStringLiteral("No store holds %1").arg(object->m_entity->name()));
+            return false;
+        }
+        groups[qMakePair(store, object->m_entity->rootEntity())].append(object);
+    }
+    QList<QPair<HBManagedObjectID, HBManagedObjectID>> changes;
+    for (auto it = groups.cbegin(); it != groups.cend(); ++it) {
+        const std::optional<qint64> first = it.key().first->reservePrimaryKeys(it.key().second, it.value().size(), error);
+        if (!first)
+            return false;
+        const QString identifier = it.key().first->identifier();
+        qint64 key = *first;
+        for (HBManagedObject *object : it.value()) {
+            const HBManagedObjectID permanent = HBManagedObjectID::permanentID(object->m_entity, identifier, key++);
+            changes.append({object->m_objectID, permanent});
+            d->registered.remove(object->m_objectID);
+            d->permanentIDForTemporary.insert(object->m_objectID, permanent);
+            object->m_objectID = permanent;
+            d->registered.insert(permanent, object);
+        }
+    }
+    // ancestors that know these objects by their temporary IDs follow
+    for (HBManagedObjectContext *ancestor = m_parent; ancestor && !changes.isEmpty(); ancestor = ancestor->m_parent) {
+        ancestor->performBlockAndWait([&] {
+            for (const auto &[temporary, permanent] : changes) {
+                ancestor->d->permanentIDForTemporary.insert(temporary, permanent);
+                if (HBManagedObject *object = ancestor->d->registered.take(temporary)) {
+                    object->m_objectID = permanent;
+                    ancestor->d->registered.insert(permanent, object);
+                }
+            }
+        });
+    }
+    return true;
+}
+
+// --- saving -------------------------------------------------------------------
+
+bool HBManagedObjectContext::hasChanges() const
+{
+    for (const HBManagedObject *o : d->insertedOrder) {
+        if (o->m_inserted && !o->m_deleted)
+            return true;
+    }
+    return !d->updated.isEmpty() || !d->deletedOrder.empty();
+}
+
+QList<HBManagedObject *> HBManagedObjectContext::insertedObjects() const
+{
+    QList<HBManagedObject *> list;
+    for (HBManagedObject *o : d->insertedOrder) {
+        if (o->m_inserted && !o->m_deleted)
+            list.append(o);
+    }
+    return list;
+}
+
+QList<HBManagedObject *> HBManagedObjectContext::updatedObjects() const
+{
+    return QList<HBManagedObject *>(d->updated.begin(), d->updated.end());
+}
+
+QList<HBManagedObject *> HBManagedObjectContext::deletedObjects() const
+{
+    return QList<HBManagedObject *>(d->deletedOrder.begin(), d->deletedOrder.end());
+}
+
+qsizetype HBManagedObjectContext::registeredObjectCount() const
+{
+    return d->registered.size();
+}
+
+namespace {
+
+// The objects one save writes, gathered once the will-save hooks have run.
+struct PendingChanges
+{
+    std::vector<HBManagedObject *> inserted;
+    std::vector<HBManagedObject *> updated;
+    std::vector<HBManagedObject *> deleted;
+};
+
+// One transaction: the store holds all of these rows or none of them.
+bool writeToStore(HBPersistentStore *store, const PendingChanges &c, HBError *failure)
+{
+    if (!store->beginTransaction(failure))
+        return false;
+    bool ok = true;
+    for (auto it = c.inserted.begin(); ok && it != c.inserted.end(); ++it)
+        ok = store->insertRow((*it)->objectID().primaryKey(), (*it)->entity(), HBManagedObjectContext::valuesOf(*it), failure);
+    for (auto it = c.updated.begin(); ok && it != c.updated.end(); ++it)
+        ok = store->updateRow((*it)->objectID().primaryKey(), (*it)->entity(), HBManagedObjectContext::valuesOf(*it), failure);
+    for (auto it = c.deleted.begin(); ok && it != c.deleted.end(); ++it)
+        ok = store->deleteRow((*it)->objectID().primaryKey(), (*it)->entity(), failure);
+    if (!ok) {
+        store->rollback();
+        return false;
+    }
+    return store->commit(failure);
+}
+
+} // namespace
+
+bool HBManagedObjectContext::save(HBError *error)
+{
+    if (!hasChanges())
+        return true;
+    // Will-save hooks may change or insert further objects; those get their
+    // hook in the next round.
+    QSet<HBManagedObject *> hooked;
+    for (int round = 0; round < 16; ++round) {
+        std::vector<HBManagedObject *> due;
+        for (HBManagedObject *o : d->insertedOrder) {
+            if (o->m_inserted && !o->m_deleted && !hooked.contains(o))
+                due.push_back(o);
+        }
+        for (HBManagedObject *o : std::as_const(d->updated)) {
+            if (!hooked.contains(o))
+                due.push_back(o);
+        }
+        for (HBManagedObject *o : d->deletedOrder) {
+            if (!hooked.contains(o))
+                due.push_back(o);
+        }
+        if (due.empty())
+            break;
+        hooked.reserve(hooked.size() + qsizetype(due.size()));
+        for (HBManagedObject *o : due) {
+            hooked.insert(o);
+            o->willSave();
+        }
+    }
+
+    PendingChanges pending;
+    for (HBManagedObject *o : d->insertedOrder) {
+        if (o->m_inserted && !o->m_deleted)
+            pending.inserted.push_back(o);
+    }
+    pending.updated.assign(d->updated.begin(), d->updated.end());
+    pending.deleted = d->deletedOrder;
+
+    HBSaveChanges changes;
+    bool saveFailed = false;
+    if (m_parent) {
+        m_parent->performBlockAndWait([&] {
+            Private *p = m_parent->d.get();
+            for (HBManagedObject *o : pending.inserted) {
+                HBManagedObject *copy = o->m_entity->newObject();
+                copy->m_context = m_parent;
+                copy->m_entity = o->m_entity;
+                copy->m_objectID = o->m_objectID;
+                copy->m_values = valuesAsIDs(o->m_values);
+                copy->m_assignedStore = o->m_assignedStore;
+                copy->m_inserted = true;
+                p->registered.insert(copy->m_objectID, copy);
+                p->insertedOrder.push_back(copy);
+                p->changedByRoot[copy->m_entity->rootEntity()].insert(copy);
+            }
+            for (HBManagedObject *o : pending.updated) {
+                HBManagedObject *target = m_parent->objectWithID(o->m_objectID);
+                for (const auto &[slot, value] : o->m_values) {
+                    if (slot < 64 && (o->m_changed & (quint64(1) << slot)))
+                        target->setPrimitiveValue(slot, asID(value));
+                }
+                // cleared values are absent from m_values but still changed
+                for (int slot = 0; slot < 64; ++slot) {
+                    if ((o->m_changed & (quint64(1) << slot)) && !o->findSlot(slot))
+                        target->setPrimitiveValue(slot, QVariant());
+                }
+            }
+            for (HBManagedObject *o : pending.deleted) {
+                HBManagedObject *target = m_parent->objectWithID(o->m_objectID);
+                if (target->m_deleted)
+                    continue;
+                target->m_deleted = true;
+                p->updated.remove(target);
+                p->changedByRoot[target->m_entity->rootEntity()].remove(target);
+                if (!target->m_inserted)
+                    p->deletedOrder.push_back(target);
+            }
+            p->toManyCache.clear();
+        });
+    } else {
+        std::vector<HBManagedObject *> needIDs;
+        for (HBManagedObject *o : pending.inserted) {
+            if (o->m_objectID.isTemporaryID())
+                needIDs.push_back(o);
+        }
+        if (!needIDs.empty() && !obtainPermanentIDsForObjects(QList<HBManagedObject *>(needIDs.begin(), needIDs.end()), error))
+            return false;
+
+        // Group the work by store; a relationship must stay inside one store.
+        struct StoreWork { PendingChanges changes; };
+        QHash<HBPersistentStore *, StoreWork> work;
+        QList<HBPersistentStore *> order;
+        auto storeOf = [this](const HBManagedObjectID &id) {
+            return m_coordinator->persistentStoreForIdentifier(id.storeIdentifier());
+        };
+        auto place = [&](HBManagedObject *o, std::vector<HBManagedObject *> PendingChanges::*list) -> bool {
+            HBPersistentStore *store = storeOf(o->m_objectID);
+            if (!store) {
+                if (error)
+                    *error = contextError(134030, QStringLiteral("No store for %1").arg(o->m_objectID.uriString()));
+                return false;
+            }
+            for (const auto &[slot, value] : o->m_values) {
+                const HBPropertyDescription *p = o->m_entity->properties().at(slot);
+                if (!p->isToOne() || !value.isValid())
+                    continue;
+                const HBManagedObjectID target = asID(value).value<HBManagedObjectID>();
+                if (!target.isNull() && (target.isTemporaryID() || storeOf(target) != store)) {
+                    if (error)
+                        *error = contextError(134020, QStringLiteral("%1.%2 relates records of different stores")
+                                                          .arg(o->m_entity->name(), p->name));
+                    return false;
+                }
+            }
+            if (!work.contains(store))
+                order.append(store);
+            (work[store].changes.*list).push_back(o);
+            return true;
+        };
+        for (HBManagedObject *o : pending.inserted) {
+            if (!place(o, &PendingChanges::inserted))
+                return false;
+        }
+        for (HBManagedObject *o : pending.updated) {
+            if (!place(o, &PendingChanges::updated))
+                return false;
+        }
+        for (HBManagedObject *o : pending.deleted) {
+            if (!o->m_objectID.isTemporaryID() && !place(o, &PendingChanges::deleted))
+                return false;
+        }
+
+        PendingChanges written;
+        bool failed = false;
+        for (HBPersistentStore *store : std::as_const(order)) {
+            const PendingChanges &c = work[store].changes;
+            HBError failure;
+            if (!writeToStore(store, c, &failure)) {
+                if (error) {
+                    *error = contextError(134030, QStringLiteral("The changes could not be saved to %1.").arg(store->path()));
+                    error->setDetailedErrors({failure});
+                }
+                failed = true;
+                break;
+            }
+            written.inserted.insert(written.inserted.end(), c.inserted.begin(), c.inserted.end());
+            written.updated.insert(written.updated.end(), c.updated.begin(), c.updated.end());
+            written.deleted.insert(written.deleted.end(), c.deleted.begin(), c.deleted.end());
+        }
+        if (failed) {
+            // only what reached a file is cleaned up; the rest stays pending
+            pending = written;
+            saveFailed = true;
+        }
+    }
+
+    // What was saved is now clean here.
+    for (HBManagedObject *o : pending.inserted) {
+        o->m_inserted = false;
+        o->m_changed = 0;
+        changes.inserted.append(o->m_objectID);
+    }
+    for (HBManagedObject *o : pending.updated) {
+        o->m_changed = 0;
+        d->updated.remove(o);
+        changes.updated.append(o->m_objectID);
+    }
+    QSet<HBManagedObject *> gone;
+    for (HBManagedObject *o : pending.deleted) {
+        gone.insert(o);
+        changes.deleted.append(o->m_objectID);
+    }
+    // inserted and deleted again before the save: dropped without a trace
+    for (HBManagedObject *o : d->insertedOrder) {
+        if (o->m_inserted && o->m_deleted) {
+            o->m_inserted = false;
+            gone.insert(o);
+        }
+    }
+    std::erase_if(d->insertedOrder, [](const HBManagedObject *o) { return !o->m_inserted; });
+    std::erase_if(d->deletedOrder, [&gone](HBManagedObject *o) { return gone.contains(o); });
+    for (auto it = d->changedByRoot.begin(); it != d->changedByRoot.end(); ++it) {
+        it->removeIf([](HBManagedObject *o) { return !o->hasChanges(); });
+    }
+    for (HBManagedObject *o : std::as_const(gone)) {
+        d->registered.remove(o->m_objectID);
+        d->graveyard.push_back(o);
+    }
+    for (HBManagedObject *o : pending.inserted)
+        o->didSave();
+    for (HBManagedObject *o : pending.updated)
+        o->didSave();
+    for (HBManagedObject *o : pending.deleted)
+        o->didSave();
+    if (!changes.inserted.isEmpty() || !changes.updated.isEmpty() || !changes.deleted.isEmpty())
+        emit didSave(changes);
+    return !saveFailed;
+}
+
+const HBRowValues &HBManagedObjectContext::valuesOf(const HBManagedObject *object)
+{
+    object->fireFault();
+    return object->m_values;
+}
+
+void HBManagedObjectContext::reset()
+{
+    QSet<HBManagedObject *> all(d->registered.begin(), d->registered.end());
+    for (HBManagedObject *o : d->insertedOrder)
+        all.insert(o);
+    for (HBManagedObject *o : d->graveyard)
+        all.insert(o);
+    qDeleteAll(all);
+    d->registered.clear();
+    d->permanentIDForTemporary.clear();
+    d->insertedOrder.clear();
+    d->updated.clear();
+    d->deletedOrder.clear();
+    d->changedByRoot.clear();
+    d->graveyard.clear();
+    d->toManyCache.clear();
+}

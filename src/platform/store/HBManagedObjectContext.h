@@ -1,0 +1,112 @@
+#pragma once
+
+#include "platform/HBError.h"
+#include "platform/store/HBFetchRequest.h"
+#include "platform/store/HBManagedObjectID.h"
+#include "platform/store/HBStoreRow.h"
+
+#include <QList>
+#include <QObject>
+
+#include <functional>
+#include <memory>
+
+class HBManagedObject;
+class HBPersistentStore;
+class HBPersistentStoreCoordinator;
+struct HBPropertyDescription;
+
+// What a save changed, by object ID, as the did-save signal reports it.
+struct HBSaveChanges
+{
+    QList<HBManagedObjectID> inserted;
+    QList<HBManagedObjectID> updated;
+    QList<HBManagedObjectID> deleted;
+};
+Q_DECLARE_METATYPE(HBSaveChanges)
+
+// A scratch pad of records over a coordinator (a root context) or over
+// another context (a child). Work on a context runs on its queue: its own
+// serial queue for a private-queue context, the Qt main thread for a
+// main-queue context. Each context keeps one object per ID.
+//
+// Invariants:
+//  1. Objects of a context are touched only on its queue (or under lock()).
+//  2. A fetch sees the stores overlaid with the unsaved changes of the
+//     context and of every ancestor.
+//  3. save() of a child moves its changes into the parent; save() of a root
+//     writes them to the files, one transaction per store: a store holds
+//     all of a save's rows for it or none.
+//  4. An object keeps a temporary ID until it is saved to a file or is
+//     given a permanent ID, which then never changes.
+class HBManagedObjectContext : public QObject
+{
+    Q_OBJECT
+public:
+    enum ConcurrencyType { PrivateQueueConcurrencyType, MainQueueConcurrencyType };
+
+    explicit HBManagedObjectContext(ConcurrencyType type, QObject *parent = nullptr);
+    ~HBManagedObjectContext() override;
+
+    ConcurrencyType concurrencyType() const { return m_type; }
+    void setPersistentStoreCoordinator(HBPersistentStoreCoordinator *coordinator);
+    // The coordinator of the root of this context's chain.
+    HBPersistentStoreCoordinator *persistentStoreCoordinator() const;
+    void setParentContext(HBManagedObjectContext *parent);
+    HBManagedObjectContext *parentContext() const { return m_parent; }
+
+    // Runs the block on the context's queue, later / now. Waiting from the
+    // queue itself runs the block at once.
+    void performBlock(std::function<void()> block);
+    void performBlockAndWait(const std::function<void()> &block);
+    void lock();
+    void unlock();
+
+    HBManagedObject *insertNewObjectForEntityForName(const QString &entityName);
+    template<class T> T *insertNewObject(const QString &entityName)
+    {
+        return static_cast<T *>(insertNewObjectForEntityForName(entityName));
+    }
+    // Marks the object deleted and applies the model's delete rules.
+    void deleteObject(HBManagedObject *object);
+    HBManagedObject *objectWithID(const HBManagedObjectID &objectID);
+    HBManagedObject *existingObjectWithID(const HBManagedObjectID &objectID, HBError *error = nullptr);
+    QList<HBManagedObject *> executeFetchRequest(const HBFetchRequest &request, HBError *error = nullptr);
+    QList<HBManagedObjectID> executeFetchRequestForObjectIDs(const HBFetchRequest &request, HBError *error = nullptr);
+    qsizetype countForFetchRequest(const HBFetchRequest &request, HBError *error = nullptr);
+
+    bool obtainPermanentIDsForObjects(const QList<HBManagedObject *> &objects, HBError *error = nullptr);
+    void assignObject(HBManagedObject *object, HBPersistentStore *store);
+
+    bool hasChanges() const;
+    bool save(HBError *error = nullptr);
+    // Forgets every object; pointers handed out before become invalid.
+    void reset();
+
+    QList<HBManagedObject *> insertedObjects() const;
+    QList<HBManagedObject *> updatedObjects() const;
+    QList<HBManagedObject *> deletedObjects() const;
+    qsizetype registeredObjectCount() const;
+
+    static QString errorDomain() { return QStringLiteral("HBManagedObjectContextErrorDomain"); }
+    // The values an object would write (loaded first if it is a fault).
+    static const HBRowValues &valuesOf(const HBManagedObject *object);
+
+signals:
+    // Emitted on the context's queue after a successful save.
+    void didSave(const HBSaveChanges &changes);
+
+private:
+    friend class HBManagedObject;
+    struct Private;
+    struct Snapshot;
+    void objectDidChange(HBManagedObject *object, const HBPropertyDescription *property);
+    QList<HBManagedObject *> relatedObjects(const HBManagedObject *object, const HBPropertyDescription *property);
+    bool fulfillFault(HBManagedObject *object);
+    QList<Snapshot> fetchSnapshots(const HBFetchRequest &request, HBError *error);
+
+    ConcurrencyType m_type;
+    HBManagedObjectContext *m_parent = nullptr;
+    HBPersistentStoreCoordinator *m_coordinator = nullptr;
+    std::unique_ptr<Private> d;
+};

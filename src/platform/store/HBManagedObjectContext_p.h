@@ -1,0 +1,42 @@
+#pragma once
+
+#include "platform/store/HBManagedObjectContext.h"
+#include "platform/store/HBStoreRow.h"
+
+#include <QHash>
+#include <QMutex>
+#include <QRecursiveMutex>
+#include <QSet>
+
+#include <deque>
+#include <vector>
+
+class HBEntityDescription;
+
+// A record's values as one context hands them to another: to-one
+// relationships as IDs, never as objects of the giving context.
+struct HBManagedObjectContext::Snapshot
+{
+    HBManagedObjectID id;
+    HBRowValues values;
+};
+
+struct HBManagedObjectContext::Private
+{
+    // the queue
+    QRecursiveMutex lock;
+    QMutex queueMutex;
+    std::deque<std::function<void()>> tasks;
+    bool draining = false;
+
+    // the objects
+    QHash<HBManagedObjectID, HBManagedObject *> registered;
+    QHash<HBManagedObjectID, HBManagedObjectID> permanentIDForTemporary;
+    std::vector<HBManagedObject *> insertedOrder;     // may hold objects deleted again; checked on use
+    QSet<HBManagedObject *> updated;
+    std::vector<HBManagedObject *> deletedOrder;
+    // inserted and updated objects by root entity, for the in-memory part of fetches
+    QHash<const HBEntityDescription *, QSet<HBManagedObject *>> changedByRoot;
+    std::vector<HBManagedObject *> graveyard;         // deleted and saved; freed at reset
+    QHash<QPair<const HBManagedObject *, int>, QList<HBManagedObject *>> toManyCache;
+};

@@ -1,0 +1,767 @@
+#include "platform/store/HBPersistentStore.h"
+
+#include "platform/HBDecimal.h"
+#include "platform/HBLogging.h"
+#include "platform/store/HBManagedObject.h"
+#include "platform/store/HBManagedObjectID.h"
+#include "platform/store/HBManagedObjectModel.h"
+#include "platform/store/HBPersistentStore_p.h"
+#include "platform/store/HBPredicate.h"
+
+#include <QDataStream>
+#include <QDateTime>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QUuid>
+
+#include <sqlite3.h>
+
+namespace {
+
+constexpr int kSchemaVersion = 1;
+constexpr int kBusyTimeoutMs = 60000;
+
+QString quoted(const QString &name)
+{
+    return QLatin1Char('"') + name + QLatin1Char('"');
+}
+
+struct DatabaseCloser
+{
+    void operator()(sqlite3 *db) const { sqlite3_close_v2(db); }
+};
+
+QByteArray variantBlob(const QVariant &value)
+{
+    QByteArray blob;
+    QDataStream out(&blob, QIODevice::WriteOnly);
+    out.setVersion(QDataStream::Qt_6_4);
+    out << value;
+    return blob;
+}
+
+QVariant variantFromBlob(const QByteArray &blob)
+{
+    QDataStream in(blob);
+    in.setVersion(QDataStream::Qt_6_4);
+    QVariant value;
+    in >> value;
+    return in.status() == QDataStream::Ok ? value : QVariant();
+}
+
+// The SQL expression a column is compared through: decimals are kept as
+// text and compared as numbers.
+QString comparable(const HBStoreColumn &column)
+{
+    const QString name = QStringLiteral("t.") + quoted(column.name);
+    if (column.kind == HBStoreColumn::Kind::Attribute && column.type == HBAttributeType::Decimal)
+        return QStringLiteral("CAST(%1 AS REAL)").arg(name);
+    return name;
+}
+
+} // namespace
+
+struct HBPersistentStore::Private
+{
+    std::unique_ptr<sqlite3, DatabaseCloser> db;
+    QString identifier;
+    QHash<const HBEntityDescription *, HBStoreTable *> tableByRoot;
+    std::vector<std::unique_ptr<HBStoreTable>> tables;
+    HBSqliteStatement reserveKeys;
+    HBSqliteStatement readMaxKey;
+    const HBManagedObjectModel *model = nullptr;
+
+    HBError sqliteError(const QString &what) const
+    {
+        return HBError(HBPersistentStore::errorDomain(), sqlite3_errcode(db.get()),
+                       QStringLiteral("%1: %2").arg(what, QString::fromUtf8(sqlite3_errmsg(db.get()))));
+    }
+    bool exec(const QString &sql, HBError *error)
+    {
+        char *message = nullptr;
+        if (sqlite3_exec(db.get(), sql.toUtf8().constData(), nullptr, nullptr, &message) == SQLITE_OK)
+            return true;
+        if (error)
+            *error = HBError(HBPersistentStore::errorDomain(), sqlite3_errcode(db.get()),
+                             QString::fromUtf8(message ? message : "SQLite error"));
+        sqlite3_free(message);
+        return false;
+    }
+
+    HBStoreTable *table(const HBEntityDescription *entity) const { return tableByRoot.value(entity->rootEntity()); }
+    void buildTable(const HBEntityDescription *root);
+    bool createOrUpgradeTable(HBStoreTable &t, HBError *error);
+    bool prepareStatements(HBStoreTable &t, HBError *error);
+    bool bindRow(HBStoreTable &t, HBSqliteStatement &stmt, int firstParameter, const HBEntityDescription *entity,
+                 const HBRowValues &values);
+    HBStoreRow readRow(const HBStoreTable &t, const HBSqliteStatement &stmt) const;
+    std::optional<QString> compile(const HBStoreTable &t, const HBPredicate &p, QVariantList *binds) const;
+    std::optional<QString> compileComparison(const HBStoreTable &t, const HBPredicate &p, QVariantList *binds) const;
+};
+
+void HBPersistentStore::Private::buildTable(const HBEntityDescription *root)
+{
+    auto t = std::make_unique<HBStoreTable>();
+    t->root = root;
+    t->name = root->name();
+    const QList<const HBEntityDescription *> family = root->selfAndDescendants();
+    for (const HBEntityDescription *e : family) {
+        for (const HBPropertyDescription *p : e->properties()) {
+            if (!p->isStored() || t->columnByName.contains(p->name))
+                continue;
+            HBStoreColumn c;
+            c.name = p->name;
+            c.type = p->attributeType;
+            c.kind = p->isRelationship ? HBStoreColumn::Kind::ForeignKey : HBStoreColumn::Kind::Attribute;
+            c.destination = p->destinationEntity;
+            t->columnByName.insert(c.name, int(t->columns.size()));
+            t->columns.push_back(c);
+            if (p->isRelationship) {
+                c.kind = HBStoreColumn::Kind::ForeignEntity;
+                c.name = p->name + QStringLiteral("__ent");
+                t->columns.push_back(c);
+            }
+        }
+    }
+    for (const HBEntityDescription *e : family) {
+        std::vector<int> slots(t->columns.size(), -1);
+        for (size_t i = 0; i < t->columns.size(); ++i) {
+            const HBStoreColumn &c = t->columns[i];
+            const QString propertyName = c.kind == HBStoreColumn::Kind::ForeignEntity ? c.name.chopped(5) : c.name;
+            if (const HBPropertyDescription *p = e->propertyNamed(propertyName); p && p->isStored())
+                slots[i] = p->index;
+        }
+        t->slotsByEntity.insert(e->entityID(), std::move(slots));
+    }
+    tableByRoot.insert(root, t.get());
+    tables.push_back(std::move(t));
+}
+
+bool HBPersistentStore::Private::createOrUpgradeTable(HBStoreTable &t, HBError *error)
+{
+    if (!exec(QStringLiteral("CREATE TABLE IF NOT EXISTS %1 (Z_PK INTEGER PRIMARY KEY, Z_ENT INTEGER NOT NULL)")
+                  .arg(quoted(t.name)), error))
+        return false;
+    QSet<QString> existing;
+    HBSqliteStatement info(db.get(), QStringLiteral("PRAGMA table_info(%1)").arg(quoted(t.name)));
+    while (info.step())
+        existing.insert(info.text(1));
+    // Columns the model gained since the file was made are added in place;
+    // their rows read as nil.
+    for (const HBStoreColumn &c : t.columns) {
+        if (existing.contains(c.name))
+            continue;
+        if (!exec(QStringLiteral("ALTER TABLE %1 ADD COLUMN %2").arg(quoted(t.name), quoted(c.name)), error))
+            return false;
+    }
+    QStringList indexed{QStringLiteral("Z_ENT")};
+    for (const HBStoreColumn &c : t.columns) {
+        if (c.kind == HBStoreColumn::Kind::ForeignKey)
+            indexed << c.name;
+    }
+    for (const QString &column : indexed) {
+        if (!exec(QStringLiteral("CREATE INDEX IF NOT EXISTS %1 ON %2 (%3)")
+                      .arg(quoted(t.name + QStringLiteral("_") + column), quoted(t.name), quoted(column)), error))
+            return false;
+    }
+    return exec(QStringLiteral("INSERT OR IGNORE INTO Z_PRIMARYKEY (Z_NAME, Z_MAX) VALUES ('%1', 0)").arg(t.name), error);
+}
+
+bool HBPersistentStore::Private::prepareStatements(HBStoreTable &t, HBError *error)
+{
+    QStringList names{QStringLiteral("Z_PK"), QStringLiteral("Z_ENT")};
+    QStringList assignments;
+    for (const HBStoreColumn &c : t.columns) {
+        names << quoted(c.name);
+        assignments << quoted(c.name) + QStringLiteral(" = ?");
+    }
+    const QString placeholders = QStringList(names.size(), QStringLiteral("?")).join(u',');
+    t.insert = HBSqliteStatement(db.get(), QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
+                                               .arg(quoted(t.name), names.join(u','), placeholders));
+    t.update = HBSqliteStatement(db.get(), QStringLiteral("UPDATE %1 SET Z_ENT = ?%2 WHERE Z_PK = ?")
+                                               .arg(quoted(t.name),
+                                                    assignments.isEmpty() ? QString() : QStringLiteral(", ") + assignments.join(u',')));
+    t.remove = HBSqliteStatement(db.get(), QStringLiteral("DELETE FROM %1 WHERE Z_PK = ?").arg(quoted(t.name)));
+    t.byKey = HBSqliteStatement(db.get(), QStringLiteral("SELECT %1 FROM %2 t WHERE Z_PK = ?")
+                                              .arg(names.join(u','), quoted(t.name)));
+    for (const HBSqliteStatement *s : {&t.insert, &t.update, &t.remove, &t.byKey}) {
+        if (!s->isValid()) {
+            if (error)
+                *error = HBError(HBPersistentStore::errorDomain(), SQLITE_ERROR, s->errorString());
+            return false;
+        }
+    }
+    return true;
+}
+
+bool HBPersistentStore::Private::bindRow(HBStoreTable &t, HBSqliteStatement &stmt, int first,
+                                         const HBEntityDescription *entity, const HBRowValues &values)
+{
+    const std::vector<int> &slots = t.slotsByEntity[entity->entityID()];
+    // values are few; a slot -> value lookup table keeps binding linear
+    const QVariant *bySlot[64] = {};
+    for (const auto &[slot, value] : values) {
+        if (slot >= 0 && slot < 64)
+            bySlot[slot] = &value;
+    }
+    for (size_t i = 0; i < t.columns.size(); ++i) {
+        const int parameter = first + int(i);
+        const QVariant *v = slots[i] >= 0 ? bySlot[slots[i]] : nullptr;
+        if (!v || !v->isValid()) {
+            stmt.bindNull(parameter);
+            continue;
+        }
+        const HBStoreColumn &c = t.columns[i];
+        if (c.kind != HBStoreColumn::Kind::Attribute) {
+            const HBManagedObjectID id = v->metaType() == QMetaType::fromType<HBManagedObject *>()
+                                             ? (v->value<HBManagedObject *>() ? v->value<HBManagedObject *>()->objectID() : HBManagedObjectID())
+                                             : v->value<HBManagedObjectID>();
+            if (id.isNull() || id.isTemporaryID())
+                stmt.bindNull(parameter);
+            else if (c.kind == HBStoreColumn::Kind::ForeignKey)
+                stmt.bindInt64(parameter, id.primaryKey());
+            else
+                stmt.bindInt64(parameter, id.entity()->entityID());
+            continue;
+        }
+        switch (c.type) {
+        case HBAttributeType::Decimal: {
+            const HBDecimal d = v->metaType() == QMetaType::fromType<HBDecimal>() ? v->value<HBDecimal>()
+                                                                                 : HBDecimal::fromString(v->toString());
+            if (d.isNaN())
+                stmt.bindNull(parameter);
+            else
+                stmt.bindText(parameter, d.toString());
+            break;
+        }
+        case HBAttributeType::Date:
+            stmt.bindInt64(parameter, v->toDateTime().toMSecsSinceEpoch());
+            break;
+        case HBAttributeType::Variant:
+            stmt.bindBlob(parameter, variantBlob(*v));
+            break;
+        case HBAttributeType::Binary:
+            stmt.bindBlob(parameter, v->toByteArray());
+            break;
+        case HBAttributeType::Double:
+            stmt.bindDouble(parameter, v->toDouble());
+            break;
+        case HBAttributeType::Integer:
+        case HBAttributeType::Boolean:
+            stmt.bindInt64(parameter, v->toLongLong());
+            break;
+        case HBAttributeType::String:
+            stmt.bindText(parameter, v->toString());
+            break;
+        }
+    }
+    return true;
+}
+
+HBStoreRow HBPersistentStore::Private::readRow(const HBStoreTable &t, const HBSqliteStatement &stmt) const
+{
+    HBStoreRow row;
+    row.primaryKey = stmt.int64(0);
+    row.entity = model->entityWithID(int(stmt.int64(1)));
+    if (!row.entity)
+        return row;
+    const std::vector<int> &slots = t.slotsByEntity[row.entity->entityID()];
+    for (size_t i = 0; i < t.columns.size(); ++i) {
+        const int column = int(i) + 2;
+        const HBStoreColumn &c = t.columns[i];
+        if (slots[i] < 0 || stmt.isNull(column) || c.kind == HBStoreColumn::Kind::ForeignEntity)
+            continue;
+        QVariant value;
+        if (c.kind == HBStoreColumn::Kind::ForeignKey) {
+            const HBEntityDescription *destination = c.destination;
+            if (!stmt.isNull(column + 1)) {
+                if (const HBEntityDescription *e = model->entityWithID(int(stmt.int64(column + 1))))
+                    destination = e;
+            }
+            value = QVariant::fromValue(HBManagedObjectID::permanentID(destination, identifier, stmt.int64(column)));
+        } else {
+            switch (c.type) {
+            case HBAttributeType::Decimal:
+                value = QVariant::fromValue(HBDecimal::fromString(stmt.text(column)));
+                break;
+            case HBAttributeType::Date:
+                value = QDateTime::fromMSecsSinceEpoch(stmt.int64(column), QTimeZone::UTC);
+                break;
+            case HBAttributeType::Variant:
+                value = variantFromBlob(stmt.blob(column));
+                break;
+            case HBAttributeType::Binary:
+                value = stmt.blob(column);
+                break;
+            case HBAttributeType::Double:
+                value = stmt.doubleValue(column);
+                break;
+            case HBAttributeType::Integer:
+                value = stmt.int64(column);
+                break;
+            case HBAttributeType::Boolean:
+                value = stmt.int64(column) != 0;
+                break;
+            case HBAttributeType::String:
+                value = stmt.text(column);
+                break;
+            }
+        }
+        row.values.emplace_back(slots[i], std::move(value));
+    }
+    return row;
+}
+
+std::optional<QString> HBPersistentStore::Private::compile(const HBStoreTable &t, const HBPredicate &p,
+                                                          QVariantList *binds) const
+{
+    using Type = HBPredicate::Type;
+    switch (p.type()) {
+    case Type::Invalid:
+        return std::nullopt;
+    case Type::True:
+        return QStringLiteral("1");
+    case Type::False:
+        return QStringLiteral("0");
+    case Type::Not: {
+        const auto inner = compile(t, p.subpredicates().first(), binds);
+        return inner ? std::optional(QStringLiteral("NOT (%1)").arg(*inner)) : std::nullopt;
+    }
+    case Type::And:
+    case Type::Or: {
+        QStringList parts;
+        for (const HBPredicate &child : p.subpredicates()) {
+            const auto part = compile(t, child, binds);
+            if (!part)
+                return std::nullopt;
+            parts << QStringLiteral("(%1)").arg(*part);
+        }
+        if (parts.isEmpty())
+            return QString::fromLatin1(p.type() == Type::And ? "1" : "0");
+        return parts.join(p.type() == Type::And ? QStringLiteral(" AND ") : QStringLiteral(" OR "));
+    }
+    case Type::Comparison:
+        return compileComparison(t, p, binds);
+    }
+    return std::nullopt;
+}
+
+std::optional<QString> HBPersistentStore::Private::compileComparison(const HBStoreTable &t, const HBPredicate &p,
+                                                                    QVariantList *binds) const
+{
+    using Op = HBPredicate::Operator;
+    HBPredicate::Expression left = p.left(), right = p.right();
+    Op op = p.comparisonOperator();
+    if (!left.isKeyPath && right.isKeyPath && op != Op::In) {
+        std::swap(left, right);
+        static const QHash<Op, Op> mirrored{{Op::Less, Op::Greater}, {Op::Greater, Op::Less},
+                                            {Op::LessOrEqual, Op::GreaterOrEqual}, {Op::GreaterOrEqual, Op::LessOrEqual}};
+        op = mirrored.value(op, op);
+    }
+    if (!left.isKeyPath || right.isKeyPath || p.options() != 0)
+        return std::nullopt;
+    if (op == Op::BeginsWith || op == Op::EndsWith || op == Op::Contains)
+        return std::nullopt;
+
+    // What the key path names: the row itself, an attribute or a to-one key.
+    QString expression;
+    const HBStoreColumn *column = nullptr;
+    if (left.isSelf()) {
+        expression = QStringLiteral("t.Z_PK");
+    } else {
+        const int index = t.columnByName.value(left.keyPath, -1);
+        if (index < 0)
+            return std::nullopt;
+        column = &t.columns[size_t(index)];
+        expression = comparable(*column);
+    }
+    const bool isKey = !column || column->kind == HBStoreColumn::Kind::ForeignKey;
+
+    // A record's ID matches rows of this store only; IDs of other stores,
+    // unsaved records and non-IDs match nothing here.
+    auto sqlValue = [&](const QVariant &raw, bool *matchable) -> QVariant {
+        const QVariant v = HBPredicate::normalizedValue(raw);
+        *matchable = true;
+        if (isKey) {
+            const HBManagedObjectID id = v.value<HBManagedObjectID>();
+            if (v.metaType() != QMetaType::fromType<HBManagedObjectID>() || id.isTemporaryID()
+                || HBManagedObjectID::internStoreIdentifier(identifier)
+                       != HBManagedObjectID::internStoreIdentifier(id.storeIdentifier())) {
+                *matchable = false;
+                return {};
+            }
+            return id.primaryKey();
+        }
+        switch (column->type) {
+        case HBAttributeType::Decimal:
+            if (v.metaType() == QMetaType::fromType<HBDecimal>())
+                return v.value<HBDecimal>().toDouble();
+            return v.toDouble();
+        case HBAttributeType::Date:
+            if (v.metaType().id() != QMetaType::QDateTime) {
+                *matchable = false;
+                return {};
+            }
+            return v.toDateTime().toMSecsSinceEpoch();
+        case HBAttributeType::Boolean:
+            return qint64(v.toBool());
+        default:
+            return v;
+        }
+    };
+
+    if (op == Op::In) {
+        QJsonArray array;
+        for (const QVariant &element : HBPredicate::listElements(right.constant)) {
+            bool matchable = false;
+            const QVariant v = sqlValue(element, &matchable);
+            if (matchable && v.isValid())
+                array.append(QJsonValue::fromVariant(v));
+        }
+        if (array.isEmpty())
+            return QStringLiteral("0");
+        binds->append(QString::fromUtf8(QJsonDocument(array).toJson(QJsonDocument::Compact)));
+        return QStringLiteral("%1 IN (SELECT value FROM json_each(?))").arg(expression);
+    }
+
+    if (!HBPredicate::normalizedValue(right.constant).isValid()) {
+        if (op == Op::Equal)
+            return expression + QStringLiteral(" IS NULL");
+        if (op == Op::NotEqual)
+            return expression + QStringLiteral(" IS NOT NULL");
+        return QStringLiteral("0");
+    }
+    bool matchable = false;
+    const QVariant value = sqlValue(right.constant, &matchable);
+    if (!matchable)
+        return QString::fromLatin1(op == Op::NotEqual ? "1" : "0");
+    static const QHash<Op, QString> sqlOperators{{Op::Equal, QStringLiteral("=")}, {Op::NotEqual, QStringLiteral("<>")},
+                                                {Op::Less, QStringLiteral("<")}, {Op::LessOrEqual, QStringLiteral("<=")},
+                                                {Op::Greater, QStringLiteral(">")}, {Op::GreaterOrEqual, QStringLiteral(">=")}};
+    binds->append(value);
+    // nil differs from every value, as it does in memory
+    if (op == Op::NotEqual)
+        return QStringLiteral("(%1 IS NULL OR %1 <> ?)").arg(expression);
+    return QStringLiteral("%1 %2 ?").arg(expression, sqlOperators.value(op));
+}
+
+HBPersistentStore::HBPersistentStore(const HBManagedObjectModel *model, QString path, QString configurationName)
+    : d(std::make_unique<Private>())
+    , m_model(model)
+    , m_path(std::move(path))
+    , m_configuration(std::move(configurationName))
+{
+    d->model = model;
+}
+
+HBPersistentStore::~HBPersistentStore()
+{
+    QMutexLocker lock(&m_mutex);
+    d->tables.clear();
+    d->reserveKeys = {};
+    d->readMaxKey = {};
+}
+
+bool HBPersistentStore::load(HBError *error)
+{
+    QMutexLocker lock(&m_mutex);
+    sqlite3 *raw = nullptr;
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+    const int rc = sqlite3_open_v2(QFile::encodeName(m_path).constData(), &raw, flags, nullptr);
+    d->db.reset(raw);
+    if (rc != SQLITE_OK) {
+        if (error)
+            *error = HBError(errorDomain(), rc, QStringLiteral("The store file %1 could not be opened.").arg(m_path),
+                             raw ? QString::fromUtf8(sqlite3_errmsg(raw)) : QString());
+        d->db.reset();
+        return false;
+    }
+    sqlite3_busy_timeout(raw, kBusyTimeoutMs);
+    HBError failure;
+    auto fail = [&](const HBError &e) {
+        if (error) {
+            *error = HBError(errorDomain(), e.code(), QStringLiteral("The store file %1 could not be opened.").arg(m_path),
+                             e.localizedDescription());
+            error->setDetailedErrors({e});
+        }
+        d->db.reset();
+        return false;
+    };
+    // The write-ahead journal lets readers of one coordinator go on while
+    // another writes; NORMAL sync is durable against a process crash.
+    if (!d->exec(QStringLiteral("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = OFF"), &failure))
+        return fail(failure);
+    if (!d->exec(QStringLiteral("BEGIN IMMEDIATE"), &failure))
+        return fail(failure);
+    auto schemaOk = [&] {
+        if (!d->exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_METADATA (Z_VERSION INTEGER, Z_UUID TEXT)"), &failure)
+            || !d->exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_PRIMARYKEY (Z_NAME TEXT PRIMARY KEY, Z_MAX INTEGER)"), &failure))
+            return false;
+        HBSqliteStatement meta(d->db.get(), QStringLiteral("SELECT Z_VERSION, Z_UUID FROM Z_METADATA"));
+        if (meta.step()) {
+            if (meta.int64(0) > kSchemaVersion) {
+                failure = HBError(errorDomain(), SQLITE_ERROR,
+                                  QStringLiteral("The store was written by a newer version (schema %1).").arg(meta.int64(0)));
+                return false;
+            }
+            d->identifier = meta.text(1);
+        } else {
+            d->identifier = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+            HBSqliteStatement insert(d->db.get(), QStringLiteral("INSERT INTO Z_METADATA VALUES (?, ?)"));
+            insert.bindInt64(1, kSchemaVersion);
+            insert.bindText(2, d->identifier);
+            bool ok = false;
+            insert.step(&ok);
+            if (!ok) {
+                failure = d->sqliteError(QStringLiteral("metadata"));
+                return false;
+            }
+        }
+        for (const HBEntityDescription *root : m_model->rootEntitiesForConfiguration(m_configuration)) {
+            d->buildTable(root);
+            if (!d->createOrUpgradeTable(*d->tables.back(), &failure))
+                return false;
+        }
+        return true;
+    };
+    if (!schemaOk()) {
+        d->exec(QStringLiteral("ROLLBACK"), nullptr);
+        return fail(failure);
+    }
+    if (!d->exec(QStringLiteral("COMMIT"), &failure))
+        return fail(failure);
+    for (auto &t : d->tables) {
+        if (!d->prepareStatements(*t, &failure))
+            return fail(failure);
+    }
+    d->reserveKeys = HBSqliteStatement(raw, QStringLiteral("UPDATE Z_PRIMARYKEY SET Z_MAX = Z_MAX + ? WHERE Z_NAME = ?"));
+    d->readMaxKey = HBSqliteStatement(raw, QStringLiteral("SELECT Z_MAX FROM Z_PRIMARYKEY WHERE Z_NAME = ?"));
+    return true;
+}
+
+bool HBPersistentStore::holdsEntity(const HBEntityDescription *entity) const
+{
+    return m_model->configurationContains(m_configuration, entity) && d->table(entity);
+}
+
+QString HBPersistentStore::identifier() const
+{
+    QMutexLocker lock(&m_mutex);
+    return d->identifier;
+}
+
+bool HBPersistentStore::setIdentifier(const QString &identifier)
+{
+    QMutexLocker lock(&m_mutex);
+    if (identifier == d->identifier)
+        return true;
+    HBSqliteStatement update(d->db.get(), QStringLiteral("UPDATE Z_METADATA SET Z_UUID = ?"));
+    update.bindText(1, identifier);
+    bool ok = false;
+    update.step(&ok);
+    if (!ok) {
+        qCWarning(hbStore) << "The identifier of" << m_path << "could not be written:" << update.errorString();
+        return false;
+    }
+    d->identifier = identifier;
+    return true;
+}
+
+std::optional<qint64> HBPersistentStore::reservePrimaryKeys(const HBEntityDescription *entity, qint64 count, HBError *error)
+{
+    QMutexLocker lock(&m_mutex);
+    HBStoreTable *t = d->table(entity);
+    if (!t) {
+        if (error)
+            *error = HBError(errorDomain(), SQLITE_MISUSE, QStringLiteral("%1 holds no %2").arg(m_path, entity->name()));
+        return std::nullopt;
+    }
+    const bool ownTransaction = sqlite3_get_autocommit(d->db.get());
+    if (ownTransaction && !d->exec(QStringLiteral("BEGIN IMMEDIATE"), error))
+        return std::nullopt;
+    d->reserveKeys.reset();
+    d->reserveKeys.bindInt64(1, count);
+    d->reserveKeys.bindText(2, t->name);
+    bool ok = false;
+    d->reserveKeys.step(&ok);
+    d->readMaxKey.reset();
+    d->readMaxKey.bindText(1, t->name);
+    const bool haveRow = ok && d->readMaxKey.step(&ok);
+    const qint64 max = haveRow ? d->readMaxKey.int64(0) : 0;
+    d->readMaxKey.reset();
+    if (!haveRow) {
+        if (error)
+            *error = d->sqliteError(QStringLiteral("reserving primary keys"));
+        if (ownTransaction)
+            d->exec(QStringLiteral("ROLLBACK"), nullptr);
+        return std::nullopt;
+    }
+    if (ownTransaction && !d->exec(QStringLiteral("COMMIT"), error))
+        return std::nullopt;
+    return max - count + 1;
+}
+
+HBPersistentStore::FetchResult HBPersistentStore::fetchRows(const HBEntityDescription *entity, const HBPredicate &predicate,
+                                                            const QList<HBSortDescriptor> &sortDescriptors, int fetchLimit)
+{
+    QMutexLocker lock(&m_mutex);
+    FetchResult result;
+    const HBStoreTable *t = d->table(entity);
+    if (!t || !m_model->configurationContains(m_configuration, entity))
+        return result;
+    QStringList entityIDs;
+    for (const HBEntityDescription *e : entity->selfAndDescendants())
+        entityIDs << QString::number(e->entityID());
+    QString where = QStringLiteral("t.Z_ENT IN (%1)").arg(entityIDs.join(u','));
+    QVariantList binds;
+    if (predicate.isValid()) {
+        const auto condition = d->compile(*t, predicate, &binds);
+        if (condition)
+            where += QStringLiteral(" AND (%1)").arg(*condition);
+        else
+            binds.clear();
+        result.filtered = condition.has_value();
+    }
+    QStringList order;
+    for (const HBSortDescriptor &s : sortDescriptors) {
+        const int index = t->columnByName.value(s.key, -1);
+        if (index < 0)
+            continue;
+        order << comparable(t->columns[size_t(index)]) + (s.ascending ? QStringLiteral(" ASC") : QStringLiteral(" DESC"));
+    }
+    QStringList names{QStringLiteral("t.Z_PK"), QStringLiteral("t.Z_ENT")};
+    for (const HBStoreColumn &c : t->columns)
+        names << QStringLiteral("t.") + quoted(c.name);
+    QString sql = QStringLiteral("SELECT %1 FROM %2 t WHERE %3").arg(names.join(u','), quoted(t->name), where);
+    if (!order.isEmpty())
+        sql += QStringLiteral(" ORDER BY ") + order.join(u',');
+    if (fetchLimit > 0 && result.filtered)
+        sql += QStringLiteral(" LIMIT %1").arg(fetchLimit);
+    HBSqliteStatement select(d->db.get(), sql);
+    if (!select.isValid()) {
+        result.ok = false;
+        result.error = HBError(errorDomain(), SQLITE_ERROR, select.errorString());
+        return result;
+    }
+    for (int i = 0; i < binds.size(); ++i)
+        select.bindVariant(i + 1, binds.at(i));
+    bool ok = true;
+    while (select.step(&ok))
+        result.rows.append(d->readRow(*t, select));
+    if (!ok) {
+        result.ok = false;
+        result.error = HBError(errorDomain(), SQLITE_ERROR, select.errorString());
+    }
+    return result;
+}
+
+std::optional<HBStoreRow> HBPersistentStore::rowForObjectID(const HBManagedObjectID &objectID, HBError *error)
+{
+    QMutexLocker lock(&m_mutex);
+    HBStoreTable *t = d->table(objectID.entity());
+    if (!t)
+        return std::nullopt;
+    t->byKey.reset();
+    t->byKey.bindInt64(1, objectID.primaryKey());
+    bool ok = false;
+    std::optional<HBStoreRow> row;
+    if (t->byKey.step(&ok))
+        row = d->readRow(*t, t->byKey);
+    else if (!ok && error)
+        *error = HBError(errorDomain(), SQLITE_ERROR, t->byKey.errorString());
+    t->byKey.reset();
+    return row;
+}
+
+qint64 HBPersistentStore::countRows(const HBEntityDescription *entity)
+{
+    QMutexLocker lock(&m_mutex);
+    const HBStoreTable *t = d->table(entity);
+    if (!t)
+        return 0;
+    QStringList entityIDs;
+    for (const HBEntityDescription *e : entity->selfAndDescendants())
+        entityIDs << QString::number(e->entityID());
+    HBSqliteStatement count(d->db.get(), QStringLiteral("SELECT COUNT(*) FROM %1 WHERE Z_ENT IN (%2)")
+                                             .arg(quoted(t->name), entityIDs.join(u',')));
+    return count.step() ? count.int64(0) : 0;
+}
+
+bool HBPersistentStore::beginTransaction(HBError *error)
+{
+    m_mutex.lock();
+    if (d->exec(QStringLiteral("BEGIN IMMEDIATE"), error))
+        return true;
+    m_mutex.unlock();
+    return false;
+}
+
+bool HBPersistentStore::commit(HBError *error)
+{
+    const bool ok = d->exec(QStringLiteral("COMMIT"), error);
+    if (!ok)
+        d->exec(QStringLiteral("ROLLBACK"), nullptr);
+    m_mutex.unlock();
+    return ok;
+}
+
+void HBPersistentStore::rollback()
+{
+    d->exec(QStringLiteral("ROLLBACK"), nullptr);
+    m_mutex.unlock();
+}
+
+bool HBPersistentStore::insertRow(qint64 primaryKey, const HBEntityDescription *entity, const HBRowValues &values,
+                                  HBError *error)
+{
+    HBStoreTable *t = d->table(entity);
+    if (!t) {
+        if (error)
+            *error = HBError(errorDomain(), SQLITE_MISUSE, QStringLiteral("%1 holds no %2").arg(m_path, entity->name()));
+        return false;
+    }
+    HBSqliteStatement &s = t->insert;
+    s.reset();
+    s.bindInt64(1, primaryKey);
+    s.bindInt64(2, entity->entityID());
+    d->bindRow(*t, s, 3, entity, values);
+    bool ok = false;
+    s.step(&ok);
+    if (!ok && error)
+        *error = d->sqliteError(QStringLiteral("inserting %1 %2").arg(entity->name()).arg(primaryKey));
+    return ok;
+}
+
+bool HBPersistentStore::updateRow(qint64 primaryKey, const HBEntityDescription *entity, const HBRowValues &values,
+                                  HBError *error)
+{
+    HBStoreTable *t = d->table(entity);
+    if (!t)
+        return false;
+    HBSqliteStatement &s = t->update;
+    s.reset();
+    s.bindInt64(1, entity->entityID());
+    d->bindRow(*t, s, 2, entity, values);
+    s.bindInt64(int(t->columns.size()) + 2, primaryKey);
+    bool ok = false;
+    s.step(&ok);
+    if (!ok && error)
+        *error = d->sqliteError(QStringLiteral("updating %1 %2").arg(entity->name()).arg(primaryKey));
+    return ok;
+}
+
+bool HBPersistentStore::deleteRow(qint64 primaryKey, const HBEntityDescription *entity, HBError *error)
+{
+    HBStoreTable *t = d->table(entity);
+    if (!t)
+        return false;
+    HBSqliteStatement &s = t->remove;
+    s.reset();
+    s.bindInt64(1, primaryKey);
+    bool ok = false;
+    s.step(&ok);
+    if (!ok && error)
+        *error = d->sqliteError(QStringLiteral("deleting %1 %2").arg(entity->name()).arg(primaryKey));
+    return ok;
+}

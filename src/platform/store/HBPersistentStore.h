@@ -1,0 +1,86 @@
+#pragma once
+
+#include "platform/HBError.h"
+#include "platform/store/HBSortDescriptor.h"
+#include "platform/store/HBStoreRow.h"
+
+#include <QList>
+#include <QRecursiveMutex>
+#include <QString>
+#include <QUrl>
+
+#include <memory>
+#include <optional>
+
+class HBEntityDescription;
+class HBManagedObjectID;
+class HBManagedObjectModel;
+class HBPredicate;
+
+// One SQLite file of a coordinator, opened under a configuration (the
+// entities it may hold). Each root entity of the configuration has one
+// table shared by its sub-entities; the file also records its schema
+// version, its identifier and the highest primary key handed out per table.
+//
+// Lifecycle:
+//  1. constructed (nothing open)  2. load(): file opened or created, journal
+//  in WAL mode, schema brought up to date in one transaction, identifier
+//  read or minted  3. rows read and written, writes only between
+//  beginTransaction() and commit()/rollback()  4. destroyed: file closed.
+// Every call takes the store's mutex, so one store may serve several threads.
+class HBPersistentStore
+{
+public:
+    HBPersistentStore(const HBManagedObjectModel *model, QString path, QString configurationName);
+    ~HBPersistentStore();
+    HBPersistentStore(const HBPersistentStore &) = delete;
+    HBPersistentStore &operator=(const HBPersistentStore &) = delete;
+
+    bool load(HBError *error);
+
+    QString path() const { return m_path; }
+    QUrl URL() const { return QUrl::fromLocalFile(m_path); }
+    QString configurationName() const { return m_configuration; }
+    const HBManagedObjectModel *model() const { return m_model; }
+    bool holdsEntity(const HBEntityDescription *entity) const;
+
+    QString identifier() const;
+    // Kept in the file, so that the store keeps its identity across runs.
+    bool setIdentifier(const QString &identifier);
+
+    // Hands out `count` new primary keys for the entity's table; returns the first.
+    std::optional<qint64> reservePrimaryKeys(const HBEntityDescription *entity, qint64 count, HBError *error);
+
+    struct FetchResult
+    {
+        bool ok = true;
+        // false when the predicate could not be written as SQL: the rows are
+        // then every row of the entity and the caller filters them
+        bool filtered = true;
+        QList<HBStoreRow> rows;
+        HBError error;
+    };
+    FetchResult fetchRows(const HBEntityDescription *entity, const HBPredicate &predicate,
+                          const QList<HBSortDescriptor> &sortDescriptors, int fetchLimit);
+    std::optional<HBStoreRow> rowForObjectID(const HBManagedObjectID &objectID, HBError *error = nullptr);
+    qint64 countRows(const HBEntityDescription *entity);
+
+    bool beginTransaction(HBError *error);
+    bool commit(HBError *error);
+    void rollback();
+    bool insertRow(qint64 primaryKey, const HBEntityDescription *entity, const HBRowValues &values, HBError *error);
+    bool updateRow(qint64 primaryKey, const HBEntityDescription *entity, const HBRowValues &values, HBError *error);
+    bool deleteRow(qint64 primaryKey, const HBEntityDescription *entity, HBError *error);
+
+    QRecursiveMutex &mutex() { return m_mutex; }
+
+    static QString errorDomain() { return QStringLiteral("HBPersistentStoreErrorDomain"); }
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+    const HBManagedObjectModel *m_model;
+    QString m_path;
+    QString m_configuration;
+    mutable QRecursiveMutex m_mutex;
+};

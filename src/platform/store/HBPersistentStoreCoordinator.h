@@ -1,0 +1,57 @@
+#pragma once
+
+#include "platform/HBError.h"
+
+#include <QList>
+#include <QReadWriteLock>
+#include <QRecursiveMutex>
+#include <QString>
+#include <QUrl>
+
+#include <memory>
+#include <vector>
+
+class HBEntityDescription;
+class HBManagedObject;
+class HBManagedObjectID;
+class HBManagedObjectModel;
+class HBPersistentStore;
+
+// Several store files under one data model. Contexts on this coordinator
+// see the union of its stores; an inserted record goes to the store it was
+// assigned to, or else to the first store that may hold its entity.
+class HBPersistentStoreCoordinator
+{
+public:
+    explicit HBPersistentStoreCoordinator(const HBManagedObjectModel *model);
+    ~HBPersistentStoreCoordinator();
+    HBPersistentStoreCoordinator(const HBPersistentStoreCoordinator &) = delete;
+    HBPersistentStoreCoordinator &operator=(const HBPersistentStoreCoordinator &) = delete;
+
+    const HBManagedObjectModel *managedObjectModel() const { return m_model; }
+
+    // Opens (or creates) an SQLite file under a configuration ("" for every
+    // entity). Stores run with the write-ahead journal.
+    HBPersistentStore *addPersistentStore(const QString &configuration, const QString &path, HBError *error);
+    QList<HBPersistentStore *> persistentStores() const;
+    HBPersistentStore *persistentStoreForURL(const QUrl &url) const;
+    HBPersistentStore *persistentStoreForIdentifier(const QString &identifier) const;
+    HBPersistentStore *defaultStoreForEntity(const HBEntityDescription *entity) const;
+
+    // The ID named by a permanent URI of a store of this coordinator; a null
+    // ID for temporary URIs, unknown stores and unknown entities.
+    HBManagedObjectID managedObjectIDForURIRepresentation(const QUrl &uri) const;
+    HBManagedObjectID managedObjectIDForURIString(const QString &uri) const;
+
+    void assignObject(HBManagedObject *object, HBPersistentStore *store);
+
+    void lock() { m_lock.lock(); }
+    void unlock() { m_lock.unlock(); }
+    bool tryLock() { return m_lock.tryLock(); }
+
+private:
+    const HBManagedObjectModel *m_model;
+    mutable QReadWriteLock m_storesLock;
+    std::vector<std::unique_ptr<HBPersistentStore>> m_stores;
+    QRecursiveMutex m_lock;
+};

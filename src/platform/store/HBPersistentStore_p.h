@@ -1,0 +1,39 @@
+#pragma once
+
+#include "platform/store/HBAttributeType.h"
+#include "platform/store/HBSqliteStatement.h"
+
+#include <QHash>
+#include <QList>
+#include <QString>
+
+#include <vector>
+
+class HBEntityDescription;
+
+// How one root entity's table is laid out: every stored property of the
+// root and its sub-entities, by name, in column order after Z_PK and Z_ENT.
+// A to-one relationship takes two columns: the destination's primary key
+// and its entity number (needed where the destination has sub-entities).
+struct HBStoreColumn
+{
+    enum class Kind { Attribute, ForeignKey, ForeignEntity };
+    QString name;
+    Kind kind = Kind::Attribute;
+    HBAttributeType type = HBAttributeType::String;
+    const HBEntityDescription *destination = nullptr;
+};
+
+struct HBStoreTable
+{
+    const HBEntityDescription *root = nullptr;
+    QString name;
+    std::vector<HBStoreColumn> columns;
+    // per entity ID: for each column the property slot it stores, or -1
+    QHash<int, std::vector<int>> slotsByEntity;
+    QHash<QString, int> columnByName;
+    HBSqliteStatement insert;
+    HBSqliteStatement update;
+    HBSqliteStatement remove;
+    HBSqliteStatement byKey;
+};

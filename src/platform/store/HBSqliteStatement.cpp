@@ -1,0 +1,109 @@
+#include "platform/store/HBSqliteStatement.h"
+
+#include <sqlite3.h>
+
+HBSqliteStatement::HBSqliteStatement(sqlite3 *db, const QString &sql)
+    : m_db(db)
+{
+    const QByteArray utf8 = sql.toUtf8();
+    if (sqlite3_prepare_v2(db, utf8.constData(), int(utf8.size()), &m_stmt, nullptr) != SQLITE_OK) {
+        m_error = QString::fromUtf8(sqlite3_errmsg(db));
+        m_stmt = nullptr;
+    }
+}
+
+HBSqliteStatement::HBSqliteStatement(HBSqliteStatement &&other) noexcept
+    : m_db(other.m_db)
+    , m_stmt(std::exchange(other.m_stmt, nullptr))
+    , m_error(std::move(other.m_error))
+{
+}
+
+HBSqliteStatement &HBSqliteStatement::operator=(HBSqliteStatement &&other) noexcept
+{
+    if (this != &other) {
+        sqlite3_finalize(m_stmt);
+        m_db = other.m_db;
+        m_stmt = std::exchange(other.m_stmt, nullptr);
+        m_error = std::move(other.m_error);
+    }
+    return *this;
+}
+
+HBSqliteStatement::~HBSqliteStatement()
+{
+    sqlite3_finalize(m_stmt);
+}
+
+void HBSqliteStatement::bindNull(int column) { sqlite3_bind_null(m_stmt, column); }
+void HBSqliteStatement::bindInt64(int column, qint64 value) { sqlite3_bind_int64(m_stmt, column, value); }
+void HBSqliteStatement::bindDouble(int column, double value) { sqlite3_bind_double(m_stmt, column, value); }
+
+void HBSqliteStatement::bindText(int column, const QString &value)
+{
+    bindText(column, value.toUtf8());
+}
+
+void HBSqliteStatement::bindText(int column, const QByteArray &utf8)
+{
+    sqlite3_bind_text(m_stmt, column, utf8.constData(), int(utf8.size()), SQLITE_TRANSIENT);
+}
+
+void HBSqliteStatement::bindBlob(int column, const QByteArray &value)
+{
+    sqlite3_bind_blob(m_stmt, column, value.constData(), int(value.size()), SQLITE_TRANSIENT);
+}
+
+void HBSqliteStatement::bindVariant(int column, const QVariant &value)
+{
+    switch (value.metaType().id()) {
+    case QMetaType::UnknownType:
+        bindNull(column);
+        break;
+    case QMetaType::Bool: case QMetaType::Int: case QMetaType::UInt: case QMetaType::LongLong:
+    case QMetaType::ULongLong: case QMetaType::Long: case QMetaType::ULong:
+        bindInt64(column, value.toLongLong());
+        break;
+    case QMetaType::Double: case QMetaType::Float:
+        bindDouble(column, value.toDouble());
+        break;
+    case QMetaType::QByteArray:
+        bindBlob(column, value.toByteArray());
+        break;
+    default:
+        bindText(column, value.toString());
+        break;
+    }
+}
+
+bool HBSqliteStatement::step(bool *ok)
+{
+    const int rc = sqlite3_step(m_stmt);
+    if (ok)
+        *ok = rc == SQLITE_ROW || rc == SQLITE_DONE;
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+        m_error = QString::fromUtf8(sqlite3_errmsg(m_db));
+    return rc == SQLITE_ROW;
+}
+
+void HBSqliteStatement::reset()
+{
+    sqlite3_reset(m_stmt);
+    sqlite3_clear_bindings(m_stmt);
+}
+
+bool HBSqliteStatement::isNull(int column) const { return sqlite3_column_type(m_stmt, column) == SQLITE_NULL; }
+qint64 HBSqliteStatement::int64(int column) const { return sqlite3_column_int64(m_stmt, column); }
+double HBSqliteStatement::doubleValue(int column) const { return sqlite3_column_double(m_stmt, column); }
+
+QString HBSqliteStatement::text(int column) const
+{
+    const auto *bytes = reinterpret_cast<const char *>(sqlite3_column_text(m_stmt, column));
+    return QString::fromUtf8(bytes, sqlite3_column_bytes(m_stmt, column));
+}
+
+QByteArray HBSqliteStatement::blob(int column) const
+{
+    const auto *bytes = static_cast<const char *>(sqlite3_column_blob(m_stmt, column));
+    return QByteArray(bytes, sqlite3_column_bytes(m_stmt, column));
+}
