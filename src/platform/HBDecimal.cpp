@@ -1,0 +1,355 @@
+#include "platform/HBDecimal.h"
+
+#include <QDataStream>
+#include <QDebug>
+#include <QHashFunctions>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <optional>
+#include <string_view>
+
+namespace {
+
+using Coefficient = unsigned __int128;
+
+constexpr std::array<Coefficient, HBDecimal::kMaxDigits + 1> powersOfTen()
+{
+    std::array<Coefficient, HBDecimal::kMaxDigits + 1> powers{};
+    Coefficient power = 1;
+    for (auto &p : powers) {
+        p = power;
+        power *= 10;
+    }
+    return powers;
+}
+constexpr auto kPowersOfTen = powersOfTen();
+constexpr Coefficient kCoefficientLimit = kPowersOfTen[HBDecimal::kMaxDigits];
+
+// Large enough that no exponent text can overflow qint64 on its way to the
+// range check, however many digits it has.
+constexpr qint64 kExponentTextSaturation = qint64(1) << 40;
+
+bool isAsciiSpace(QChar c)
+{
+    return c == u' ' || c == u'\t' || c == u'\n' || c == u'\v' || c == u'\f' || c == u'\r';
+}
+
+QStringView trimmedAscii(QStringView text)
+{
+    while (!text.isEmpty() && isAsciiSpace(text.front()))
+        text = text.sliced(1);
+    while (!text.isEmpty() && isAsciiSpace(text.back()))
+        text.chop(1);
+    return text;
+}
+
+int digitValue(QChar c)
+{
+    return c >= u'0' && c <= u'9' ? c.unicode() - u'0' : -1;
+}
+
+// Collects the significant digits of a number as they are read, keeping at
+// most kMaxDigits and remembering what the dropped ones need for rounding.
+class DigitCollector
+{
+public:
+    void add(int digit)
+    {
+        if (m_kept == 0 && digit == 0)
+            return; // a leading zero carries no value
+        if (m_kept < HBDecimal::kMaxDigits) {
+            m_coefficient = m_coefficient * 10 + Coefficient(digit);
+            ++m_kept;
+            return;
+        }
+        if (m_dropped == 0)
+            m_roundingDigit = digit;
+        else
+            m_sticky = m_sticky || digit != 0;
+        ++m_dropped;
+    }
+
+    struct Rounded
+    {
+        Coefficient coefficient;
+        qint64 exponentShift; // how many digits were dropped from the end
+    };
+
+    Rounded rounded() const
+    {
+        if (m_dropped == 0)
+            return {m_coefficient, 0};
+        const bool odd = (m_coefficient & 1) != 0;
+        const bool up = m_roundingDigit > 5 || (m_roundingDigit == 5 && (m_sticky || odd));
+        const Coefficient coefficient = m_coefficient + (up ? 1 : 0);
+        if (coefficient == kCoefficientLimit) // 99...9 rounded up to one digit more
+            return {coefficient / 10, m_dropped + 1};
+        return {coefficient, m_dropped};
+    }
+
+private:
+    Coefficient m_coefficient = 0;
+    int m_kept = 0;
+    qint64 m_dropped = 0;
+    int m_roundingDigit = 0;
+    bool m_sticky = false;
+};
+
+// The decimal digits of a coefficient, without a heap allocation.
+class Digits
+{
+public:
+    explicit Digits(Coefficient coefficient)
+    {
+        do {
+            m_text[--m_first] = char('0' + int(coefficient % 10));
+            coefficient /= 10;
+        } while (coefficient != 0);
+    }
+    std::string_view view() const { return {m_text.data() + m_first, m_text.size() - m_first}; }
+
+private:
+    std::array<char, HBDecimal::kMaxDigits> m_text;
+    size_t m_first = HBDecimal::kMaxDigits;
+};
+
+int digitCount(Coefficient coefficient)
+{
+    int count = 1;
+    while (count <= HBDecimal::kMaxDigits && coefficient >= kPowersOfTen[count])
+        ++count;
+    return count;
+}
+
+// Reads an exponent's optional sign and digits; nullopt when there are no digits.
+std::optional<qint64> readExponent(QStringView text, qsizetype &i)
+{
+    bool negative = false;
+    if (i < text.size() && (text[i] == u'+' || text[i] == u'-'))
+        negative = text[i++] == u'-';
+    const qsizetype firstDigit = i;
+    qint64 value = 0;
+    for (int d; i < text.size() && (d = digitValue(text[i])) >= 0; ++i)
+        value = std::min(value * 10 + d, kExponentTextSaturation);
+    if (i == firstDigit)
+        return std::nullopt;
+    return negative ? -value : value;
+}
+
+} // namespace
+
+HBDecimal HBDecimal::fromParts(bool negative, Coefficient coefficient, qint64 exponent)
+{
+    if (coefficient == 0 && exponent > 0)
+        exponent = 0; // "0e5" is written as "0", not with five more zeros
+    if (coefficient >= kCoefficientLimit || exponent < -kExponentLimit || exponent > kExponentLimit)
+        return {};
+    HBDecimal value;
+    value.m_isNaN = false;
+    value.m_negative = negative;
+    value.m_coefficient = coefficient;
+    value.m_exponent = int(exponent);
+    return value;
+}
+
+HBDecimal HBDecimal::fromString(QStringView text)
+{
+    text = trimmedAscii(text);
+    qsizetype i = 0;
+    bool negative = false;
+    if (i < text.size() && (text[i] == u'+' || text[i] == u'-'))
+        negative = text[i++] == u'-';
+
+    DigitCollector collector;
+    qint64 mantissaDigits = 0;
+    qint64 fractionDigits = 0;
+    bool sawPoint = false;
+    for (; i < text.size(); ++i) {
+        const int digit = digitValue(text[i]);
+        if (digit >= 0) {
+            collector.add(digit);
+            ++mantissaDigits;
+            fractionDigits += sawPoint ? 1 : 0;
+        } else if (text[i] == u'.' && !sawPoint) {
+            sawPoint = true;
+        } else {
+            break;
+        }
+    }
+    if (mantissaDigits == 0)
+        return {};
+
+    qint64 exponent = 0;
+    if (i < text.size() && (text[i] == u'e' || text[i] == u'E')) {
+        const std::optional<qint64> written = readExponent(text, ++i);
+        if (!written)
+            return {};
+        exponent = *written;
+    }
+    if (i != text.size())
+        return {};
+
+    const auto [coefficient, exponentShift] = collector.rounded();
+    return fromParts(negative, coefficient, exponent - fractionDigits + exponentShift);
+}
+
+HBDecimal HBDecimal::fromDouble(double value)
+{
+    if (!std::isfinite(value))
+        return {};
+    char text[32];
+    const auto result = std::to_chars(std::begin(text), std::end(text), value);
+    return fromString(QString::fromLatin1(text, result.ptr - text));
+}
+
+HBDecimal HBDecimal::fromInteger(qint64 value)
+{
+    // Through the unsigned type, so that the most negative value has a magnitude.
+    const quint64 magnitude = value < 0 ? 0 - quint64(value) : quint64(value);
+    return fromParts(value < 0, magnitude, 0);
+}
+
+double HBDecimal::toDouble() const
+{
+    if (m_isNaN)
+        return std::numeric_limits<double>::quiet_NaN();
+    // Integer digits and an exponent: no decimal point, so no locale.
+    char text[HBDecimal::kMaxDigits + 16];
+    const Digits coefficientDigits(m_coefficient);
+    const std::string_view digits = coefficientDigits.view();
+    char *end = std::copy(digits.begin(), digits.end(), text);
+    *end++ = 'e';
+    end = std::to_chars(end, std::end(text), m_exponent).ptr;
+    double magnitude = 0;
+    const auto result = std::from_chars(text, end, magnitude);
+    if (result.ec == std::errc::result_out_of_range) {
+        const bool tooLarge = qsizetype(digits.size()) + m_exponent > 0;
+        magnitude = tooLarge ? std::numeric_limits<double>::infinity() : 0.0;
+    }
+    return m_negative ? -magnitude : magnitude;
+}
+
+QString HBDecimal::toString() const
+{
+    if (m_isNaN)
+        return QStringLiteral("NaN");
+    const Digits coefficientDigits(m_coefficient);
+    const std::string_view digits = coefficientDigits.view();
+    QString text;
+    if (m_negative)
+        text += u'-';
+    if (m_exponent >= 0) {
+        text += QLatin1StringView(digits.data(), qsizetype(digits.size()));
+        text += QString(m_exponent, u'0');
+        return text;
+    }
+    const qsizetype scale = -m_exponent;
+    const qsizetype integerDigits = qsizetype(digits.size()) - scale;
+    if (integerDigits <= 0) {
+        text += QStringLiteral("0.");
+        text += QString(-integerDigits, u'0');
+        text += QLatin1StringView(digits.data(), qsizetype(digits.size()));
+    } else {
+        text += QLatin1StringView(digits.data(), integerDigits);
+        text += u'.';
+        text += QLatin1StringView(digits.data() + integerDigits, scale);
+    }
+    return text;
+}
+
+int HBDecimal::scale() const
+{
+    return m_isNaN ? 0 : std::max(0, -m_exponent);
+}
+
+HBDecimal HBDecimal::normalized() const
+{
+    HBDecimal value = *this;
+    if (value.m_coefficient == 0) {
+        value.m_exponent = 0;
+        value.m_negative = false;
+        return value;
+    }
+    while (value.m_coefficient % 10 == 0) {
+        value.m_coefficient /= 10;
+        ++value.m_exponent;
+    }
+    return value;
+}
+
+int HBDecimal::signum() const
+{
+    if (m_coefficient == 0)
+        return 0;
+    return m_negative ? -1 : 1;
+}
+
+std::strong_ordering operator<=>(const HBDecimal &a, const HBDecimal &b)
+{
+    if (a.isNaN() || b.isNaN())
+        return !a.isNaN() <=> !b.isNaN();
+    if (const auto bySign = a.signum() <=> b.signum(); bySign != 0 || a.signum() == 0)
+        return bySign;
+
+    const HBDecimal x = a.normalized();
+    const HBDecimal y = b.normalized();
+    // Magnitudes first by the position of the leading digit, then digit by
+    // digit with both coefficients brought to the smaller exponent. The
+    // scaled coefficient keeps at most kMaxDigits digits, because both
+    // leading digits sit at the same position.
+    const int xLead = digitCount(x.m_coefficient) + x.m_exponent;
+    const int yLead = digitCount(y.m_coefficient) + y.m_exponent;
+    auto byMagnitude = xLead <=> yLead;
+    if (byMagnitude == 0) {
+        const int exponent = std::min(x.m_exponent, y.m_exponent);
+        byMagnitude = x.m_coefficient * kPowersOfTen[x.m_exponent - exponent]
+                <=> y.m_coefficient * kPowersOfTen[y.m_exponent - exponent];
+    }
+    return a.m_negative ? 0 <=> byMagnitude : byMagnitude;
+}
+
+size_t qHash(const HBDecimal &value, size_t seed)
+{
+    if (value.isNaN())
+        return qHash(-1, seed);
+    const HBDecimal n = value.normalized();
+    return qHashMulti(seed, n.m_negative, quint64(n.m_coefficient >> 64), quint64(n.m_coefficient),
+                      n.m_exponent);
+}
+
+QDataStream &operator<<(QDataStream &out, const HBDecimal &value)
+{
+    const quint8 kind = value.isNaN() ? 0 : (value.m_negative ? 2 : 1);
+    return out << kind << quint64(value.m_coefficient >> 64) << quint64(value.m_coefficient)
+               << qint32(value.m_exponent);
+}
+
+QDataStream &operator>>(QDataStream &in, HBDecimal &value)
+{
+    quint8 kind = 0;
+    quint64 high = 0;
+    quint64 low = 0;
+    qint32 exponent = 0;
+    in >> kind >> high >> low >> exponent;
+    value = {};
+    if (in.status() != QDataStream::Ok || kind == 0)
+        return in;
+    const auto coefficient = (HBDecimal::Coefficient(high) << 64) | low;
+    value = HBDecimal::fromParts(kind == 2, coefficient, exponent);
+    if (kind > 2 || value.isNaN()) {
+        value = {};
+        in.setStatus(QDataStream::ReadCorruptData);
+    }
+    return in;
+}
+
+QDebug operator<<(QDebug debug, const HBDecimal &value)
+{
+    QDebugStateSaver saver(debug);
+    debug.nospace() << "HBDecimal(" << value.toString() << ')';
+    return debug;
+}

@@ -1,0 +1,392 @@
+#include "platform/HBDecimal.h"
+
+#include <QBuffer>
+#include <QDataStream>
+#include <QSet>
+#include <QTest>
+#include <QVariant>
+
+#include <cmath>
+#include <limits>
+
+namespace {
+
+HBDecimal decimal(const QString &text)
+{
+    return HBDecimal::fromString(text);
+}
+
+int orderOf(std::strong_ordering ordering)
+{
+    return ordering < 0 ? -1 : (ordering > 0 ? 1 : 0);
+}
+
+// 38 significant digits, the most a value keeps.
+const QString kFullDigits = QStringLiteral("12345678901234567890123456789012345678");
+
+} // namespace
+
+class tst_HBDecimal : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void readsAndWritesBackEveryDigit_data();
+    void readsAndWritesBackEveryDigit();
+    void rejectsWhatIsNotADecimalNumber_data();
+    void rejectsWhatIsNotADecimalNumber();
+    void roundsHalfToEvenBeyondTheKeptDigits_data();
+    void roundsHalfToEvenBeyondTheKeptDigits();
+    void keepsLongIntegersWithTrailingZeros();
+    void comparesAsNumbers_data();
+    void comparesAsNumbers();
+    void fromDoubleGivesTheShortestRoundTrip_data();
+    void fromDoubleGivesTheShortestRoundTrip();
+    void fromDoubleOfNonFiniteIsNaN();
+    void toDoubleIsCorrectlyRounded_data();
+    void toDoubleIsCorrectlyRounded();
+    void fromIntegerCoversTheWholeRange_data();
+    void fromIntegerCoversTheWholeRange();
+    void equalValuesShareAHashBucket();
+    void travelsInAVariant();
+    void archivesEveryDigit_data();
+    void archivesEveryDigit();
+    void refusesCorruptArchives_data();
+    void refusesCorruptArchives();
+};
+
+void tst_HBDecimal::readsAndWritesBackEveryDigit_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("written");
+    QTest::addColumn<int>("scale");
+
+    QTest::newRow("trailing zeros kept") << "48.117300" << "48.117300" << 6;
+    QTest::newRow("integer") << "12" << "12" << 0;
+    QTest::newRow("negative exponent") << "1.5e-7" << "0.00000015" << 8;
+    QTest::newRow("positive exponent") << "1.5e3" << "1500" << 0;
+    QTest::newRow("exponent with plus") << "1E+2" << "100" << 0;
+    QTest::newRow("exponent inside fraction") << "123.456e1" << "1234.56" << 2;
+    QTest::newRow("negative mantissa and exponent") << "-12.5e-1" << "-1.25" << 2;
+    QTest::newRow("leading zeros") << "007.50" << "7.50" << 2;
+    QTest::newRow("no integer digits") << ".5" << "0.5" << 1;
+    QTest::newRow("no fraction digits") << "5." << "5" << 0;
+    QTest::newRow("plus sign") << "+3.25" << "3.25" << 2;
+    QTest::newRow("negative zero") << "-0.000" << "-0.000" << 3;
+    QTest::newRow("zero with exponent") << "0e5" << "0" << 0;
+    QTest::newRow("small fraction") << "0.00120" << "0.00120" << 5;
+    QTest::newRow("white space around") << "  48.1 \n" << "48.1" << 1;
+    QTest::newRow("tabs and carriage return") << "\t-7\r\n" << "-7" << 0;
+    QTest::newRow("38 digits") << "0." + kFullDigits << "0." + kFullDigits << 38;
+    QTest::newRow("smallest exponent") << "1e-6144" << "0." + QString(6143, u'0') + "1" << 6144;
+}
+
+void tst_HBDecimal::readsAndWritesBackEveryDigit()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, written);
+    QFETCH(int, scale);
+
+    const HBDecimal value = decimal(text);
+    QVERIFY(!value.isNaN());
+    QCOMPARE(value.toString(), written);
+    QCOMPARE(value.scale(), scale);
+    // What is written reads back as the same digits.
+    QCOMPARE(decimal(written).toString(), written);
+}
+
+void tst_HBDecimal::rejectsWhatIsNotADecimalNumber_data()
+{
+    QTest::addColumn<QString>("text");
+
+    QTest::newRow("empty") << "";
+    QTest::newRow("only space") << "  ";
+    QTest::newRow("only minus") << "-";
+    QTest::newRow("only plus") << "+";
+    QTest::newRow("only point") << ".";
+    QTest::newRow("two points") << "1.2.3";
+    QTest::newRow("letters") << "abc";
+    QTest::newRow("hexadecimal") << "0x10";
+    QTest::newRow("exponent without digits") << "1e";
+    QTest::newRow("exponent with sign only") << "1e+";
+    QTest::newRow("exponent without mantissa") << "e5";
+    QTest::newRow("fractional exponent") << "1e5.5";
+    QTest::newRow("inf") << "inf";
+    QTest::newRow("nan") << "nan";
+    QTest::newRow("NaN as written") << "NaN";
+    QTest::newRow("two signs") << "--1";
+    QTest::newRow("space inside") << "1 2";
+    QTest::newRow("decimal comma") << "1,5";
+    QTest::newRow("arabic-indic digits") << QString::fromUtf8("\u0661\u0662");
+    QTest::newRow("no-break space is not ASCII space") << QString::fromUtf8("\u00a048");
+    QTest::newRow("exponent too large") << "1e6145";
+    QTest::newRow("exponent too small") << "1e-6145";
+    QTest::newRow("exponent overflowing any integer") << "1e99999999999999999999999";
+}
+
+void tst_HBDecimal::rejectsWhatIsNotADecimalNumber()
+{
+    QFETCH(QString, text);
+
+    const HBDecimal value = decimal(text);
+    QVERIFY(value.isNaN());
+    QCOMPARE(value.toString(), QStringLiteral("NaN"));
+    QVERIFY(std::isnan(value.toDouble()));
+}
+
+void tst_HBDecimal::roundsHalfToEvenBeyondTheKeptDigits_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("written");
+
+    const QString kept = "0." + kFullDigits;      // ends in ...78, even
+    const QString odd = "0." + kFullDigits.chopped(1) + "7";
+    QTest::newRow("half, even stays") << kept + "5" << kept;
+    QTest::newRow("half, odd rounds up") << odd + "5" << kept;
+    QTest::newRow("above half") << kept + "51" << kept.chopped(1) + "9";
+    QTest::newRow("half with a later digit") << kept + "500001" << kept.chopped(1) + "9";
+    QTest::newRow("below half") << kept + "49999" << kept;
+    QTest::newRow("carry into a new digit") << "0." + QString(38, u'9') + "5" << "1." + QString(37, u'0');
+    QTest::newRow("leading zeros are not digits kept")
+        << "-0.000" + kFullDigits << "-0.000" + kFullDigits;
+    QTest::newRow("integer digits") << kFullDigits + "9" << kFullDigits.chopped(1) + "90";
+}
+
+void tst_HBDecimal::roundsHalfToEvenBeyondTheKeptDigits()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, written);
+
+    QCOMPARE(decimal(text).toString(), written);
+}
+
+void tst_HBDecimal::keepsLongIntegersWithTrailingZeros()
+{
+    const QString text = "1" + QString(5000, u'0');
+    QCOMPARE(decimal(text).toString(), text);
+    QCOMPARE(decimal(text), decimal("1e5000"));
+}
+
+void tst_HBDecimal::comparesAsNumbers_data()
+{
+    QTest::addColumn<QString>("a");
+    QTest::addColumn<QString>("b");
+    QTest::addColumn<int>("order");
+
+    QTest::newRow("trailing zeros") << "48.1173" << "48.117300" << 0;
+    QTest::newRow("exponent against digits") << "1.5e3" << "1500.0" << 0;
+    QTest::newRow("negative zero") << "-0.0" << "0" << 0;
+    QTest::newRow("negative zero with exponent") << "-0e-3" << "0.000" << 0;
+    QTest::newRow("NaN equals NaN") << "nan" << "x" << 0;
+    QTest::newRow("NaN before negative") << "NaN" << "-1e6000" << -1;
+    QTest::newRow("NaN before zero") << "" << "0" << -1;
+    QTest::newRow("longer fraction smaller") << "0.1" << "0.09" << 1;
+    QTest::newRow("negative reverses") << "-0.1" << "-0.09" << -1;
+    QTest::newRow("sign first") << "-5" << "3" << -1;
+    QTest::newRow("zero against negative") << "0" << "-0.0001" << 1;
+    QTest::newRow("more integer digits") << "10" << "9.99" << 1;
+    QTest::newRow("leading digit position") << "1e10" << "9999999999" << 1;
+    QTest::newRow("tiny against zero") << "1e-6144" << "0" << 1;
+    QTest::newRow("last of 38 digits") << kFullDigits << kFullDigits.chopped(1) + "9" << -1;
+    QTest::newRow("38 digits against the exponent form")
+        << kFullDigits + "00" << "0." + kFullDigits + "e40" << 0;
+    QTest::newRow("far apart exponents") << "1e6000" << "1e-6000" << 1;
+}
+
+void tst_HBDecimal::comparesAsNumbers()
+{
+    QFETCH(QString, a);
+    QFETCH(QString, b);
+    QFETCH(int, order);
+
+    const HBDecimal x = decimal(a);
+    const HBDecimal y = decimal(b);
+    QCOMPARE(orderOf(x <=> y), order);
+    QCOMPARE(orderOf(y <=> x), -order);
+    QCOMPARE(x == y, order == 0);
+    QCOMPARE(x < y, order < 0);
+    if (order == 0)
+        QCOMPARE(qHash(x, 7), qHash(y, 7));
+}
+
+void tst_HBDecimal::fromDoubleGivesTheShortestRoundTrip_data()
+{
+    QTest::addColumn<double>("value");
+    QTest::addColumn<QString>("written");
+
+    QTest::newRow("0.1") << 0.1 << "0.1";
+    QTest::newRow("latitude") << 48.117300 << "48.1173";
+    QTest::newRow("small") << 1e-7 << "0.0000001";
+    QTest::newRow("negative") << -2.5 << "-2.5";
+    QTest::newRow("negative zero") << -0.0 << "-0";
+    QTest::newRow("large integer") << 1e22 << "10000000000000000000000";
+    QTest::newRow("seventeen digits") << 0.30000000000000004 << "0.30000000000000004";
+    QTest::newRow("largest double") << std::numeric_limits<double>::max()
+                                    << "17976931348623157" + QString(292, u'0');
+    QTest::newRow("smallest subnormal") << std::numeric_limits<double>::denorm_min()
+                                        << "0." + QString(323, u'0') + "5";
+}
+
+void tst_HBDecimal::fromDoubleGivesTheShortestRoundTrip()
+{
+    QFETCH(double, value);
+    QFETCH(QString, written);
+
+    const HBDecimal converted = HBDecimal::fromDouble(value);
+    QCOMPARE(converted.toString(), written);
+    QCOMPARE(converted.toDouble(), value);
+    QCOMPARE(std::signbit(converted.toDouble()), std::signbit(value));
+}
+
+void tst_HBDecimal::fromDoubleOfNonFiniteIsNaN()
+{
+    QVERIFY(HBDecimal::fromDouble(std::numeric_limits<double>::quiet_NaN()).isNaN());
+    QVERIFY(HBDecimal::fromDouble(std::numeric_limits<double>::infinity()).isNaN());
+    QVERIFY(HBDecimal::fromDouble(-std::numeric_limits<double>::infinity()).isNaN());
+}
+
+void tst_HBDecimal::toDoubleIsCorrectlyRounded_data()
+{
+    // The expected values are C++ literals of the same digits, which the
+    // compiler rounds correctly.
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<double>("value");
+
+    QTest::newRow("latitude") << "48.117300" << 48.117300;
+    QTest::newRow("tenth") << "0.1" << 0.1;
+    QTest::newRow("exponent") << "-1.5e-7" << -1.5e-7;
+    QTest::newRow("halfway between doubles, to even") << "9007199254740993" << 9007199254740993.0;
+    QTest::newRow("just above halfway")
+        << "9007199254740993.00000000000000000001" << 9007199254740994.0;
+    QTest::newRow("38 digits") << "0." + kFullDigits << 0.12345678901234567890123456789012345678;
+    QTest::newRow("smallest normal") << "2.2250738585072014e-308" << 2.2250738585072014e-308;
+    QTest::newRow("beyond the largest") << "1e400" << std::numeric_limits<double>::infinity();
+    QTest::newRow("beyond the largest, negative") << "-1e400" << -std::numeric_limits<double>::infinity();
+    QTest::newRow("below the smallest") << "1e-400" << 0.0;
+    QTest::newRow("below the smallest, negative") << "-1e-400" << -0.0;
+}
+
+void tst_HBDecimal::toDoubleIsCorrectlyRounded()
+{
+    QFETCH(QString, text);
+    QFETCH(double, value);
+
+    const double converted = decimal(text).toDouble();
+    QCOMPARE(converted, value);
+    QCOMPARE(std::signbit(converted), std::signbit(value));
+}
+
+void tst_HBDecimal::fromIntegerCoversTheWholeRange_data()
+{
+    QTest::addColumn<qint64>("value");
+    QTest::addColumn<QString>("written");
+
+    QTest::newRow("zero") << qint64(0) << "0";
+    QTest::newRow("negative") << qint64(-42) << "-42";
+    QTest::newRow("most negative") << std::numeric_limits<qint64>::min() << "-9223372036854775808";
+    QTest::newRow("most positive") << std::numeric_limits<qint64>::max() << "9223372036854775807";
+}
+
+void tst_HBDecimal::fromIntegerCoversTheWholeRange()
+{
+    QFETCH(qint64, value);
+    QFETCH(QString, written);
+
+    const HBDecimal converted = HBDecimal::fromInteger(value);
+    QCOMPARE(converted.toString(), written);
+    QCOMPARE(converted.scale(), 0);
+    QVERIFY(converted == decimal(written));
+}
+
+void tst_HBDecimal::equalValuesShareAHashBucket()
+{
+    const QSet<HBDecimal> set{decimal("48.1173"), decimal("48.117300"), decimal("4.81173e1"),
+                              decimal("0"), decimal("-0.000"), HBDecimal(), decimal("junk")};
+    QCOMPARE(set.size(), 3);
+    QVERIFY(set.contains(decimal("48.11730")));
+    QVERIFY(set.contains(HBDecimal::notANumber()));
+    QVERIFY(!set.contains(decimal("48.11731")));
+}
+
+void tst_HBDecimal::travelsInAVariant()
+{
+    const QVariant variant = QVariant::fromValue(decimal("48.117300"));
+    QCOMPARE(variant.value<HBDecimal>().toString(), QStringLiteral("48.117300"));
+    QVERIFY(variant == QVariant::fromValue(decimal("48.1173")));
+    QVERIFY(variant != QVariant::fromValue(decimal("48.1174")));
+}
+
+void tst_HBDecimal::archivesEveryDigit_data()
+{
+    QTest::addColumn<QString>("text");
+
+    QTest::newRow("trailing zeros") << "48.117300";
+    QTest::newRow("negative zero") << "-0.000";
+    QTest::newRow("38 digits") << "-" + kFullDigits;
+    QTest::newRow("positive exponent") << "1.5e3";
+    QTest::newRow("smallest exponent") << "1e-6144";
+    QTest::newRow("NaN") << "NaN";
+}
+
+void tst_HBDecimal::archivesEveryDigit()
+{
+    QFETCH(QString, text);
+
+    const HBDecimal value = decimal(text);
+    QByteArray bytes;
+    {
+        QDataStream out(&bytes, QIODevice::WriteOnly);
+        out << value << decimal("7");
+    }
+    QDataStream in(bytes);
+    HBDecimal read;
+    HBDecimal next;
+    in >> read >> next;
+    QCOMPARE(in.status(), QDataStream::Ok);
+    QCOMPARE(read.toString(), value.toString());
+    QCOMPARE(read.scale(), value.scale());
+    QCOMPARE(next.toString(), QStringLiteral("7"));
+}
+
+void tst_HBDecimal::refusesCorruptArchives_data()
+{
+    QTest::addColumn<quint8>("kind");
+    QTest::addColumn<quint64>("high");
+    QTest::addColumn<quint64>("low");
+    QTest::addColumn<qint32>("exponent");
+
+    QTest::newRow("unknown kind") << quint8(3) << quint64(0) << quint64(5) << qint32(0);
+    // 10^38 = 0x4B3B4CA85A86C47A098A224000000000 has 39 digits.
+    QTest::newRow("coefficient of 39 digits")
+        << quint8(1) << quint64(0x4B3B4CA85A86C47AULL) << quint64(0x098A224000000000ULL) << qint32(0);
+    QTest::newRow("exponent out of range") << quint8(2) << quint64(0) << quint64(1) << qint32(7000);
+}
+
+void tst_HBDecimal::refusesCorruptArchives()
+{
+    QFETCH(quint8, kind);
+    QFETCH(quint64, high);
+    QFETCH(quint64, low);
+    QFETCH(qint32, exponent);
+
+    QByteArray bytes;
+    {
+        QDataStream out(&bytes, QIODevice::WriteOnly);
+        out << kind << high << low << exponent;
+    }
+    QDataStream in(bytes);
+    HBDecimal read = decimal("1");
+    in >> read;
+    QCOMPARE(in.status(), QDataStream::ReadCorruptData);
+    QVERIFY(read.isNaN());
+
+    // A record cut short reads as NaN and leaves the stream past its end.
+    QDataStream truncated(bytes.left(9));
+    HBDecimal partial = decimal("1");
+    truncated >> partial;
+    QCOMPARE(truncated.status(), QDataStream::ReadPastEnd);
+    QVERIFY(partial.isNaN());
+}
+
+QTEST_GUILESS_MAIN(tst_HBDecimal)
+#include "tst_HBDecimal.moc"
