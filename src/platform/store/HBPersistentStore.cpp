@@ -125,14 +125,14 @@ void HBPersistentStore::Private::buildTable(const HBEntityDescription *root)
         }
     }
     for (const HBEntityDescription *e : family) {
-        std::vector<int> slots(t->columns.size(), -1);
+        std::vector<int> slotOf(t->columns.size(), -1);
         for (size_t i = 0; i < t->columns.size(); ++i) {
             const HBStoreColumn &c = t->columns[i];
             const QString propertyName = c.kind == HBStoreColumn::Kind::ForeignEntity ? c.name.chopped(5) : c.name;
             if (const HBPropertyDescription *p = e->propertyNamed(propertyName); p && p->isStored())
-                slots[i] = p->index;
+                slotOf[i] = p->index;
         }
-        t->slotsByEntity.insert(e->entityID(), std::move(slots));
+        t->slotsByEntity.insert(e->entityID(), std::move(slotOf));
     }
     tableByRoot.insert(root, t.get());
     tables.push_back(std::move(t));
@@ -198,7 +198,7 @@ bool HBPersistentStore::Private::prepareStatements(HBStoreTable &t, HBError *err
 bool HBPersistentStore::Private::bindRow(HBStoreTable &t, HBSqliteStatement &stmt, int first,
                                          const HBEntityDescription *entity, const HBRowValues &values)
 {
-    const std::vector<int> &slots = t.slotsByEntity[entity->entityID()];
+    const std::vector<int> &slotOf = t.slotsByEntity[entity->entityID()];
     // values are few; a slot -> value lookup table keeps binding linear
     const QVariant *bySlot[64] = {};
     for (const auto &[slot, value] : values) {
@@ -207,7 +207,7 @@ bool HBPersistentStore::Private::bindRow(HBStoreTable &t, HBSqliteStatement &stm
     }
     for (size_t i = 0; i < t.columns.size(); ++i) {
         const int parameter = first + int(i);
-        const QVariant *v = slots[i] >= 0 ? bySlot[slots[i]] : nullptr;
+        const QVariant *v = slotOf[i] >= 0 ? bySlot[slotOf[i]] : nullptr;
         if (!v || !v->isValid()) {
             stmt.bindNull(parameter);
             continue;
@@ -266,11 +266,11 @@ HBStoreRow HBPersistentStore::Private::readRow(const HBStoreTable &t, const HBSq
     row.entity = model->entityWithID(int(stmt.int64(1)));
     if (!row.entity)
         return row;
-    const std::vector<int> &slots = t.slotsByEntity[row.entity->entityID()];
+    const std::vector<int> &slotOf = t.slotsByEntity[row.entity->entityID()];
     for (size_t i = 0; i < t.columns.size(); ++i) {
         const int column = int(i) + 2;
         const HBStoreColumn &c = t.columns[i];
-        if (slots[i] < 0 || stmt.isNull(column) || c.kind == HBStoreColumn::Kind::ForeignEntity)
+        if (slotOf[i] < 0 || stmt.isNull(column) || c.kind == HBStoreColumn::Kind::ForeignEntity)
             continue;
         QVariant value;
         if (c.kind == HBStoreColumn::Kind::ForeignKey) {
@@ -286,7 +286,7 @@ HBStoreRow HBPersistentStore::Private::readRow(const HBStoreTable &t, const HBSq
                 value = QVariant::fromValue(HBDecimal::fromString(stmt.text(column)));
                 break;
             case HBAttributeType::Date:
-                value = QDateTime::fromMSecsSinceEpoch(stmt.int64(column), QTimeZone::UTC);
+                value = QDateTime::fromMSecsSinceEpoch(stmt.int64(column), Qt::UTC);
                 break;
             case HBAttributeType::Variant:
                 value = variantFromBlob(stmt.blob(column));
@@ -308,7 +308,7 @@ HBStoreRow HBPersistentStore::Private::readRow(const HBStoreTable &t, const HBSq
                 break;
             }
         }
-        row.values.emplace_back(slots[i], std::move(value));
+        row.values.emplace_back(slotOf[i], std::move(value));
     }
     return row;
 }

@@ -79,8 +79,9 @@ public:
         return a.predicateFormat() == b.predicateFormat();
     }
 
+    struct Node;   // the shared tree; defined in HBPredicate_p.h
+
 private:
-    struct Node;
     explicit HBPredicate(std::shared_ptr<const Node> node) : m_node(std::move(node)) {}
     std::shared_ptr<const Node> m_node;
     friend class HBPredicateParser;

@@ -1,5 +1,7 @@
 #include "platform/store/HBPredicateParser.h"
 
+#include "platform/store/HBPredicate_p.h"
+
 namespace {
 
 bool isWordChar(QChar c)
