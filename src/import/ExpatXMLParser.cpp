@@ -11,6 +11,15 @@
 #include <cstring>
 #include <type_traits>
 
+// Lifecycle of one reader:
+// 1. Until the first parse() there is no Expat parser, and every position is 0.
+// 2. parse() replaces the parser with a fresh one, installs the handlers the
+//    delegate names and keeps `parsing` set for the whole run, callbacks
+//    included; a parse() requested while it is set is refused.
+// 3. abortParsing() acts only while `parsing` is set.
+// 4. After parse() the parser stays, so the positions still tell where it
+//    stopped; it is freed with the reader.
+
 // Every text Expat hands over is UTF-8 (the library is not built for wide
 // characters), whatever the document's own encoding was.
 static_assert(std::is_same_v<XML_Char, char>, "Expat must report UTF-8 text");
@@ -36,7 +45,7 @@ QString text(const XML_Char *utf8)
 
 struct ExpatXMLParser::Private
 {
-    explicit Private(ExpatXMLParser &q, const QByteArray &data) : q(q), data(data) {}
+    Private(ExpatXMLParser &q, const QByteArray &data) : q(q), data(data) {}
 
     ExpatXMLParser &q;
     const QByteArray data;
