@@ -716,6 +716,22 @@ bool HBManagedObjectContext::save(HBError *error)
         if (!needIDs.empty() && !obtainPermanentIDsForObjects(QList<HBManagedObject *>(needIDs.begin(), needIDs.end()), error))
             return false;
 
+        // Values copied in from a child name related records by the IDs
+        // they had then; those that became permanent are named anew.
+        auto renameTemporaryIDs = [this](HBManagedObject *o) {
+            for (auto &[slot, value] : o->m_values) {
+                if (value.metaType() != QMetaType::fromType<HBManagedObjectID>())
+                    continue;
+                const HBManagedObjectID id = value.value<HBManagedObjectID>();
+                if (id.isTemporaryID() && d->permanentIDForTemporary.contains(id))
+                    value = QVariant::fromValue(d->permanentIDForTemporary.value(id));
+            }
+        };
+        for (HBManagedObject *o : pending.inserted)
+            renameTemporaryIDs(o);
+        for (HBManagedObject *o : pending.updated)
+            renameTemporaryIDs(o);
+
         // Group the work by store; a relationship must stay inside one store.
         struct StoreWork { PendingChanges changes; };
         QHash<HBPersistentStore *, StoreWork> work;

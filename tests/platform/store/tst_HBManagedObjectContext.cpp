@@ -1,0 +1,207 @@
+#include "StoreFixture.h"
+
+#include "platform/store/HBPredicate.h"
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <sqlite3.h>
+
+// Contexts over real store files: what a save writes must come back after
+// the files are closed and opened again, through another coordinator too,
+// and a child must see its parent's unsaved work.
+class tst_HBManagedObjectContext : public QObject
+{
+    Q_OBJECT
+
+    static qint64 rowsIn(const QString &path, const QString &table)
+    {
+        sqlite3 *db = nullptr;
+        sqlite3_open_v2(QFile::encodeName(path).constData(), &db, SQLITE_OPEN_READONLY, nullptr);
+        sqlite3_stmt *stmt = nullptr;
+        qint64 count = -1;
+        if (sqlite3_prepare_v2(db, qPrintable(QStringLiteral("SELECT COUNT(*) FROM \"%1\"").arg(table)), -1, &stmt, nullptr) == SQLITE_OK
+            && sqlite3_step(stmt) == SQLITE_ROW)
+            count = sqlite3_column_int64(stmt, 0);
+        sqlite3_finalize(stmt);
+        sqlite3_close(db);
+        return count;
+    }
+
+    static HBManagedObject *insert(HBManagedObjectContext &c, const QString &entity, const QVariantMap &values)
+    {
+        HBManagedObject *o = c.insertNewObjectForEntityForName(entity);
+        for (auto it = values.begin(); it != values.end(); ++it)
+            o->setValueForKey(it.value(), it.key());
+        return o;
+    }
+
+    static QList<HBManagedObject *> fetch(HBManagedObjectContext &c, const QString &entity, const QString &format = {},
+                                          const QVariantList &args = {})
+    {
+        HBFetchRequest r(entity);
+        if (!format.isEmpty())
+            r.setPredicate(HBPredicate::format(format, args));
+        r.setSortDescriptors({{QStringLiteral("name"), true}});
+        return c.executeFetchRequest(r);
+    }
+
+private slots:
+    void childThenRootSaveSurvivesReopening()
+    {
+        StoreFixture f;
+        QVERIFY(f.open());
+        auto root = f.newRootContext();
+        HBManagedObjectContext child(HBManagedObjectContext::PrivateQueueConcurrencyType);
+        child.setParentContext(root.get());
+        QString pointURI;
+        child.performBlockAndWait([&] {
+            HBManagedObject *source = insert(child, "HBImportSource", {{"name", "walk.gpx"}, {"importDate", utc(2021, 5, 1, 12)}});
+            HBManagedObject *track = insert(child, "HBTrack", {{"name", "walk"}, {"distance", 1234.5}});
+            track->setObjectForKey(source, QStringLiteral("importSource"));
+            insert(child, "HBWaypoint", {{"name", "summit"}, {"latitude", dec("48.117300")}, {"longitude", dec("-0.000")},
+                                          {"elevation", dec("1e3")}, {"importSource", QVariant::fromValue(source)}});
+            HBManagedObject *point = insert(child, "HBTrackPoint", {{"latitude", dec("1.5")}, {"order", 7}});
+            child.assignObject(point, f.points);
+            QVERIFY(child.save());
+            QVERIFY(child.obtainPermanentIDsForObjects({point}));
+            pointURI = point->objectID().uriString();
+        });
+        QVERIFY(!child.hasChanges());
+        QCOMPARE(rowsIn(f.centralPath(), "HBTrack"), 0);   // nothing reaches a file before the root saves
+        QSignalSpy saved(root.get(), &HBManagedObjectContext::didSave);
+        HBError error;
+        root->performBlockAndWait([&] { QVERIFY2(root->save(&error), qPrintable(error.localizedDescription())); });
+        QCOMPARE(saved.size(), 1);
+        QCOMPARE(saved.first().first().value<HBSaveChanges>().inserted.size(), 4);
+        QVERIFY(pointURI.contains(f.points->identifier()));
+
+        f.coordinator.reset();
+        QVERIFY(f.open());
+        auto reopened = f.newRootContext();
+        const QList<HBManagedObject *> waypoints = fetch(*reopened, "HBWaypoint");
+        QCOMPARE(waypoints.size(), 1);
+        // decimals keep the digits they were written with
+        QCOMPARE(waypoints.first()->valueForKey("latitude").value<HBDecimal>().toString(), QStringLiteral("48.117300"));
+        QCOMPARE(waypoints.first()->valueForKey("longitude").value<HBDecimal>().toString(), QStringLiteral("-0.000"));
+        QCOMPARE(waypoints.first()->valueForKey("elevation").value<HBDecimal>().toString(), QStringLiteral("1000"));
+        QCOMPARE(waypoints.first()->valueForKeyPath("importSource.name").toString(), QStringLiteral("walk.gpx"));
+        const QList<HBManagedObject *> tracks = fetch(*reopened, "HBTrack");
+        QCOMPARE(tracks.size(), 1);
+        QCOMPARE(tracks.first()->valueForKey("distance").toDouble(), 1234.5);
+        QCOMPARE(tracks.first()->valueForKeyPath("importSource.importDate").toDateTime(), utc(2021, 5, 1, 12));
+        HBManagedObject *point = reopened->existingObjectWithID(f.coordinator->managedObjectIDForURIString(pointURI));
+        QVERIFY(point);
+        QCOMPARE(point->valueForKey("order").toLongLong(), 7);
+        QCOMPARE(rowsIn(f.pointsPath(), "HBGeoPoint"), 1);
+        QCOMPARE(rowsIn(f.centralPath(), "HBGeoPoint"), 1);
+    }
+
+    void idFromOneCoordinatorResolvesThroughTheOther()
+    {
+        StoreFixture a;
+        QVERIFY(a.open());
+        auto writer = a.newRootContext();
+        HBManagedObject *waypoint = insert(*writer, "HBWaypoint", {{"name", "spring"}, {"latitude", dec("12.25")}});
+        QVERIFY(writer->save());
+        const QUrl uri = waypoint->objectID().URIRepresentation();
+        QCOMPARE(uri.scheme(), QStringLiteral("x-hbgps"));
+        QCOMPARE(uri.path(), QStringLiteral("/HBWaypoint/p1"));
+
+        HBPersistentStoreCoordinator other(HBTrackDataModel::model());
+        QVERIFY(other.addPersistentStore(QString(), a.centralPath(), nullptr));
+        HBManagedObjectContext reader(HBManagedObjectContext::PrivateQueueConcurrencyType);
+        reader.setPersistentStoreCoordinator(&other);
+        const HBManagedObjectID id = other.managedObjectIDForURIRepresentation(uri);
+        QCOMPARE(id, waypoint->objectID());
+        HBManagedObject *found = reader.existingObjectWithID(id);
+        QVERIFY(found);
+        QCOMPARE(found->valueForKey("name").toString(), QStringLiteral("spring"));
+
+        // unknown stores, temporary IDs and rows that are gone resolve to nothing
+        QVERIFY(other.managedObjectIDForURIString("x-hbgps://00000000-0000-0000-0000-000000000000/HBWaypoint/p1").isNull());
+        QVERIFY(other.managedObjectIDForURIString(HBManagedObjectID::temporaryID(id.entity()).uriString()).isNull());
+        HBError error;
+        QVERIFY(!reader.existingObjectWithID(HBManagedObjectID::permanentID(id.entity(), id.storeIdentifier(), 99), &error));
+        QVERIFY(!error.isNull());
+    }
+
+    void childSeesParentsUnsavedInsertsAndDeletions()
+    {
+        StoreFixture f;
+        QVERIFY(f.open());
+        auto root = f.newRootContext();
+        HBManagedObject *kept = insert(*root, "HBWaypoint", {{"name", "kept"}, {"date", utc(2020, 1, 1)}});
+        HBManagedObject *gone = insert(*root, "HBWaypoint", {{"name", "gone"}, {"date", utc(2020, 1, 2)}});
+        QVERIFY(root->save());
+        root->deleteObject(gone);
+        insert(*root, "HBWaypoint", {{"name", "new"}, {"date", utc(2020, 1, 3)}});
+        kept->setValueForKey(QVariant(), "date");   // no longer dated, not saved
+
+        HBManagedObjectContext child(HBManagedObjectContext::PrivateQueueConcurrencyType);
+        child.setParentContext(root.get());
+        QStringList all, dated;
+        child.performBlockAndWait([&] {
+            for (HBManagedObject *o : fetch(child, "HBWaypoint"))
+                all << o->valueForKey("name").toString();
+            for (HBManagedObject *o : fetch(child, "HBWaypoint", "date != nil"))
+                dated << o->valueForKey("name").toString();
+        });
+        QCOMPARE(all, (QStringList{"kept", "new"}));
+        QCOMPARE(dated, (QStringList{"new"}));
+    }
+
+    void deletingASourceCascadesThroughEveryRelationship()
+    {
+        StoreFixture f;
+        QVERIFY(f.open());
+        auto c = f.newRootContext();
+        HBManagedObject *source = insert(*c, "HBImportSource", {{"name", "a.tcx"}});
+        HBManagedObject *other = insert(*c, "HBImportSource", {{"name", "b.tcx"}});
+        HBManagedObject *event = insert(*c, "HBEvent", {{"name", "run"}, {"importSource", QVariant::fromValue(source)}});
+        for (int i = 0; i < 3; ++i) {
+            HBManagedObject *track = insert(*c, "HBTrack", {{"name", QString::number(i)}, {"importSource", QVariant::fromValue(i < 2 ? source : other)},
+                                                             {"event", QVariant::fromValue(event)}});
+            HBManagedObject *segment = insert(*c, "HBTrackSegment", {{"track", QVariant::fromValue(track)}});
+            segment->setObjectForKey(insert(*c, "HBTrackSegmentPointURIs", {{"data", QByteArray("uris")}}), "trackPointURIs");
+        }
+        HBManagedObject *waypoint = insert(*c, "HBWaypoint", {{"importSource", QVariant::fromValue(source)}});
+        insert(*c, "HBGeoPointAdditions", {{"key", "k"}, {"point", QVariant::fromValue(waypoint)}});
+        QVERIFY(c->save());
+
+        c->deleteObject(source);
+        QVERIFY(c->save());
+        QCOMPARE(rowsIn(f.centralPath(), "HBImportSource"), 1);
+        QCOMPARE(rowsIn(f.centralPath(), "HBEvent"), 0);
+        QCOMPARE(rowsIn(f.centralPath(), "HBTrack"), 1);           // the other source's track stays
+        QCOMPARE(rowsIn(f.centralPath(), "HBTrackSegment"), 1);
+        QCOMPARE(rowsIn(f.centralPath(), "HBTrackSegmentPointURIs"), 1);
+        QCOMPARE(rowsIn(f.centralPath(), "HBGeoPoint"), 0);
+        QCOMPARE(rowsIn(f.centralPath(), "HBGeoPointAdditions"), 0);
+        // the survivor's event was deleted with its source: the link is cleared, not dangling
+        auto fresh = f.newRootContext();
+        const QList<HBManagedObject *> left = fetch(*fresh, "HBTrack");
+        QCOMPARE(left.size(), 1);
+        QVERIFY(!left.first()->objectForKey("event"));
+    }
+
+    void aFileThatIsNotSQLiteIsRefusedWithAReason()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("TrackManagerDatabase.sql");
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(QByteArray(4096, 'x'));
+        file.close();
+        HBPersistentStoreCoordinator coordinator(HBTrackDataModel::model());
+        HBError error;
+        QVERIFY(!coordinator.addPersistentStore(QString(), path, &error));
+        QVERIFY(error.localizedDescription().contains(path));
+        QVERIFY(!error.localizedFailureReason().isEmpty());
+        QVERIFY(coordinator.persistentStores().isEmpty());
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_HBManagedObjectContext)
+#include "tst_HBManagedObjectContext.moc"
