@@ -1,5 +1,6 @@
 #include "platform/HBOperationQueue.h"
 
+#include "platform/HBLogging.h"
 #include "platform/HBOperation.h"
 
 #include <QMutex>
@@ -88,7 +89,7 @@ int HBOperationQueue::maxConcurrentOperationCount() const
 void HBOperationQueue::addOperation(std::shared_ptr<HBOperation> op)
 {
     if (!op || !op->claimForQueue()) {
-        qWarning("HBOperationQueue: refused an operation that is null or already queued");
+        qCWarning(hbPlatform) << "HBOperationQueue: refused an operation that is null or already queued";
         return;
     }
     changeOperations([&] {
