@@ -134,7 +134,6 @@ private slots:
     void waitingDoesNotStallQueuedConnections();
     void destructionCancelsWaitingAndFinishesRunning();
     void refusesAnOperationTwice();
-    void nonPositiveLimitMeansOnePerCore();
 };
 
 void tst_HBOperationQueue::serialQueueRunsInOrderAndReportsCounts()
@@ -371,15 +370,6 @@ void tst_HBOperationQueue::refusesAnOperationTwice()
 
     QCOMPARE(runs.load(), 1);
     QCOMPARE(op->finishedCount.load(), 1);
-}
-
-void tst_HBOperationQueue::nonPositiveLimitMeansOnePerCore()
-{
-    HBOperationQueue queue;
-    QCOMPARE(queue.maxConcurrentOperationCount(), QThread::idealThreadCount());
-    queue.setMaxConcurrentOperationCount(3);
-    queue.setMaxConcurrentOperationCount(0);
-    QCOMPARE(queue.maxConcurrentOperationCount(), QThread::idealThreadCount());
 }
 
 QTEST_GUILESS_MAIN(tst_HBOperationQueue)
