@@ -51,6 +51,10 @@ void tst_HBEarthDistance::distance_data()
     QTest::newRow("0.001 degree of equator across the antimeridian")
         << 179.9995 << 0.0 << -179.9995 << 0.0 << 111.31949079327357;
 
+    // The WGS84 quarter meridian, as GeographicLib's
+    // Ellipsoid::QuarterMeridian() documents it: 10 001 965.7293 m.
+    QTest::newRow("equator to the north pole, one longitude") << 0.0 << 0.0 << 0.0 << 90.0 << 10001965.7293;
+
     QTest::newRow("identical points") << 13.4 << 52.5 << 13.4 << 52.5 << 0.0;
 }
 

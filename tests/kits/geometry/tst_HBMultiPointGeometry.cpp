@@ -47,6 +47,7 @@ private slots:
     void boundingRect();
 
     void keepsProjectedGeometry();
+    void projectionToOwnSridGivesEqualCopy_data();
     void projectionToOwnSridGivesEqualCopy();
     void usesProjectedGeometryHandedIn();
     void failedProjectionKeepsNothing_data();
@@ -211,24 +212,33 @@ void tst_HBMultiPointGeometry::keepsProjectedGeometry()
     QCOMPARE(kept.value(webMercator), projected);
 }
 
+void tst_HBMultiPointGeometry::projectionToOwnSridGivesEqualCopy_data()
+{
+    QTest::addColumn<qint64>("srid");
+    QTest::newRow("geographic") << qint64(4326);
+    QTest::newRow("web Mercator") << qint64(3857);
+}
+
 void tst_HBMultiPointGeometry::projectionToOwnSridGivesEqualCopy()
 {
-    const auto geometry = geographic(twoPoints);
-    const auto copy = geometry->geometryWithProjection(HBProjection(4326));
+    QFETCH(qint64, srid);
+    const auto geometry = std::make_shared<HBMultiPointGeometry>(twoPoints, srid);
+    const auto copy = geometry->geometryWithProjection(HBProjection(srid));
     QVERIFY(copy);
     QVERIFY(copy != geometry);
-    QCOMPARE(copy->srid(), 4326);
+    QCOMPARE(copy->srid(), srid);
     QCOMPARE(copy->wkbData(), geometry->wkbData());
 }
 
 // A subclass or the geometry cache reader may hand in a geometry it made;
-// it must be returned instead of projecting again.
+// it is returned without projecting again, which here would fail.
 void tst_HBMultiPointGeometry::usesProjectedGeometryHandedIn()
 {
     const auto geometry = geographic(twoPoints);
-    const auto handedIn = std::make_shared<HBMultiPointGeometry>(Points{{7.0, 8.0}}, 3857);
-    geometry->setProjectedGeometry(HBProjection(3857), handedIn);
-    QCOMPARE(geometry->geometryWithProjection(HBProjection(3857)), handedIn);
+    const HBProjection unknownToProj(999999);
+    const auto handedIn = std::make_shared<HBMultiPointGeometry>(Points{{7.0, 8.0}}, 999999);
+    geometry->setProjectedGeometry(unknownToProj, handedIn);
+    QCOMPARE(geometry->geometryWithProjection(unknownToProj), handedIn);
 }
 
 void tst_HBMultiPointGeometry::failedProjectionKeepsNothing_data()
