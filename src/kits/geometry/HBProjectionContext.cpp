@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <type_traits>
+#include <utility>
 
 // proj_trans_generic walks the x and y members of a QPointF array in place.
 static_assert(sizeof(QPointF) == 2 * sizeof(double) && std::is_same_v<qreal, double>);
