@@ -205,6 +205,16 @@ void HBManagedObjectContext::unlock()
 
 // --- objects ----------------------------------------------------------------
 
+HBManagedObject *HBManagedObjectContext::makeObject(const HBEntityDescription *entity, const HBManagedObjectID &objectID)
+{
+    HBManagedObject *object = entity->newObject();
+    object->m_context = this;
+    object->m_entity = entity;
+    object->m_objectID = objectID;
+    d->registered.insert(objectID, object);
+    return object;
+}
+
 HBManagedObject *HBManagedObjectContext::insertNewObjectForEntityForName(const QString &entityName)
 {
     HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
@@ -213,12 +223,8 @@ HBManagedObject *HBManagedObjectContext::insertNewObjectForEntityForName(const Q
         qCWarning(hbStore) << "Cannot insert an object of entity" << entityName;
         return nullptr;
     }
-    HBManagedObject *object = entity->newObject();
-    object->m_context = this;
-    object->m_entity = entity;
-    object->m_objectID = HBManagedObjectID::temporaryID(entity);
+    HBManagedObject *object = makeObject(entity, HBManagedObjectID::temporaryID(entity));
     object->m_inserted = true;
-    d->registered.insert(object->m_objectID, object);
     d->insertedOrder.push_back(object);
     d->changedByRoot[entity->rootEntity()].insert(object);
     d->toManyCache.clear();
@@ -235,12 +241,8 @@ HBManagedObject *HBManagedObjectContext::objectWithID(const HBManagedObjectID &r
         objectID = d->permanentIDForTemporary.value(objectID, objectID);
     if (HBManagedObject *object = d->registered.value(objectID))
         return object;
-    HBManagedObject *object = objectID.entity()->newObject();
-    object->m_context = this;
-    object->m_entity = objectID.entity();
-    object->m_objectID = objectID;
+    HBManagedObject *object = makeObject(objectID.entity(), objectID);
     object->m_fault = true;
-    d->registered.insert(objectID, object);
     return object;
 }
 
@@ -387,12 +389,8 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
     auto adopt = [this](const HBManagedObjectID &id, HBRowValues &&values) {
         HBManagedObject *object = d->registered.value(id);
         if (!object) {
-            object = id.entity()->newObject();
-            object->m_context = this;
-            object->m_entity = id.entity();
-            object->m_objectID = id;
+            object = makeObject(id.entity(), id);
             object->m_values = std::move(values);
-            d->registered.insert(id, object);
             object->awakeFromFetch();
         } else if (object->m_fault || !object->hasChanges()) {
             const bool wasFault = object->m_fault;
@@ -672,14 +670,10 @@ bool HBManagedObjectContext::save(HBError *error)
         m_parent->performBlockAndWait([&] {
             Private *p = m_parent->d.get();
             for (HBManagedObject *o : pending.inserted) {
-                HBManagedObject *copy = o->m_entity->newObject();
-                copy->m_context = m_parent;
-                copy->m_entity = o->m_entity;
-                copy->m_objectID = o->m_objectID;
+                HBManagedObject *copy = m_parent->makeObject(o->m_entity, o->m_objectID);
                 copy->m_values = valuesAsIDs(o->m_values);
                 copy->m_assignedStore = o->m_assignedStore;
                 copy->m_inserted = true;
-                p->registered.insert(copy->m_objectID, copy);
                 p->insertedOrder.push_back(copy);
                 p->changedByRoot[copy->m_entity->rootEntity()].insert(copy);
             }

@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 
+class HBEntityDescription;
 class HBManagedObject;
 class HBPersistentStore;
 class HBPersistentStoreCoordinator;
@@ -100,6 +101,8 @@ private:
     friend class HBManagedObject;
     struct Private;
     struct Snapshot;
+    // A new object of this context, registered under the ID.
+    HBManagedObject *makeObject(const HBEntityDescription *entity, const HBManagedObjectID &objectID);
     void objectDidChange(HBManagedObject *object, const HBPropertyDescription *property);
     QList<HBManagedObject *> relatedObjects(const HBManagedObject *object, const HBPropertyDescription *property);
     bool fulfillFault(HBManagedObject *object);

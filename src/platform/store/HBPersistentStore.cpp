@@ -60,6 +60,16 @@ QString comparable(const HBStoreColumn &column)
     return name;
 }
 
+// The SQL list of the entity numbers a fetch of the entity matches: the
+// entity itself and every sub-entity kept in the same table.
+QString entityNumbers(const HBEntityDescription *entity)
+{
+    QStringList numbers;
+    for (const HBEntityDescription *e : entity->selfAndDescendants())
+        numbers << QString::number(e->entityID());
+    return numbers.join(u',');
+}
+
 } // namespace
 
 struct HBPersistentStore::Private
@@ -610,10 +620,7 @@ HBPersistentStore::FetchResult HBPersistentStore::fetchRows(const HBEntityDescri
     const HBStoreTable *t = d->table(entity);
     if (!t || !m_model->configurationContains(m_configuration, entity))
         return result;
-    QStringList entityIDs;
-    for (const HBEntityDescription *e : entity->selfAndDescendants())
-        entityIDs << QString::number(e->entityID());
-    QString where = QStringLiteral("t.Z_ENT IN (%1)").arg(entityIDs.join(u','));
+    QString where = QStringLiteral("t.Z_ENT IN (%1)").arg(entityNumbers(entity));
     QVariantList binds;
     if (predicate.isValid()) {
         const auto condition = d->compile(*t, predicate, &binds);
@@ -680,11 +687,8 @@ qint64 HBPersistentStore::countRows(const HBEntityDescription *entity)
     const HBStoreTable *t = d->table(entity);
     if (!t)
         return 0;
-    QStringList entityIDs;
-    for (const HBEntityDescription *e : entity->selfAndDescendants())
-        entityIDs << QString::number(e->entityID());
     HBSqliteStatement count(d->db.get(), QStringLiteral("SELECT COUNT(*) FROM %1 WHERE Z_ENT IN (%2)")
-                                             .arg(quoted(t->name), entityIDs.join(u',')));
+                                             .arg(quoted(t->name), entityNumbers(entity)));
     return count.step() ? count.int64(0) : 0;
 }
 
