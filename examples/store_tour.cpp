@@ -1,12 +1,12 @@
-// A host's first steps with the object store: open the central file and a
-// point file in the user's Fernwick folder, insert a track's import source,
-// a waypoint and a few track points, save, and list the files with the rows
-// each one holds.
+// A host's first steps with the track library: start the shared track
+// manager, insert a waypoint and track points of three ten-day periods plus
+// one without a date, save, and list the store files with their rows.
 
+#include "manager/HBTrackManager.h"
 #include "model/HBTrackDataModel.h"
-#include "platform/HBDecimal.h"
+#include "model/HBTrackPoint.h"
+#include "model/HBWaypoint.h"
 #include "platform/store/HBEntityDescription.h"
-#include "platform/store/HBManagedObject.h"
 #include "platform/store/HBManagedObjectContext.h"
 #include "platform/store/HBManagedObjectModel.h"
 #include "platform/store/HBPersistentStore.h"
@@ -14,61 +14,60 @@
 
 #include <QCoreApplication>
 #include <QDateTime>
-#include <QDir>
-#include <QStandardPaths>
 #include <QTextStream>
+
+namespace {
+
+void insertPoints(HBManagedObjectContext *context)
+{
+    auto *waypoint = context->insertNewObject<HBWaypoint>(QStringLiteral("HBWaypoint"));
+    waypoint->setName(QStringLiteral("Summit"));
+    waypoint->setLatitude(HBDecimal::fromString(u"47.421100"));
+    waypoint->setLongitude(HBDecimal::fromString(u"10.985300"));
+    waypoint->setElevation(HBDecimal::fromString(u"2962.0"));
+
+    // Three walks, each in a different ten-day period, and one fix without a time.
+    const QList<QDateTime> starts{
+        QDateTime(QDate(2024, 6, 2), QTime(8, 0), Qt::UTC),
+        QDateTime(QDate(2024, 6, 14), QTime(9, 30), Qt::UTC),
+        QDateTime(QDate(2024, 6, 29), QTime(7, 15), Qt::UTC),
+        QDateTime(),
+    };
+    qint64 order = 0;
+    for (const QDateTime &start : starts) {
+        for (int i = 0; i < 3; ++i) {
+            auto *point = context->insertNewObject<HBTrackPoint>(QStringLiteral("HBTrackPoint"));
+            point->setLatitude(HBDecimal::fromString(QStringLiteral("47.4%1").arg(order, 4, 10, QLatin1Char('0'))));
+            point->setLongitude(HBDecimal::fromString(u"10.985300"));
+            point->setOrder(order++);
+            if (start.isValid())
+                point->setDate(start.addSecs(i * 60));
+        }
+    }
+}
+
+void listStores(QTextStream &out, HBPersistentStoreCoordinator *coordinator)
+{
+    for (HBPersistentStore *store : coordinator->persistentStores()) {
+        out << store->path() << "\n";
+        for (const HBEntityDescription *entity : HBTrackDataModel::model()->entities()) {
+            const qint64 rows = entity->isAbstract() || !store->holdsEntity(entity) ? 0 : store->countRows(entity);
+            if (rows > 0)
+                out << "  " << entity->name() << ": " << rows << " rows\n";
+        }
+    }
+}
+
+} // namespace
 
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
+    HBTrackManager *manager = HBTrackManager::sharedTrackManager();
+    HBManagedObjectContext *context = manager->managedObjectContext();
+    context->performBlockAndWait([context] { insertPoints(context); });
+    manager->save();
     QTextStream out(stdout);
-    const QString support = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QStringLiteral("/Fernwick");
-    if (!QDir().mkpath(support + QStringLiteral("/PointDatabases"))) {
-        QTextStream(stderr) << "Cannot create " << support << "\n";
-        return 1;
-    }
-    HBPersistentStoreCoordinator coordinator(HBTrackDataModel::model());
-    HBError error;
-    HBPersistentStore *central = coordinator.addPersistentStore(QString(), support + QStringLiteral("/TrackManagerDatabase.sql"), &error);
-    HBPersistentStore *points = central ? coordinator.addPersistentStore(QStringLiteral("PointOnly"),
-                                                                         support + QStringLiteral("/PointDatabases/example.sql"), &error)
-                                        : nullptr;
-    if (!points) {
-        QTextStream(stderr) << error.localizedDescription() << " " << error.localizedFailureReason() << "\n";
-        return 1;
-    }
-
-    HBManagedObjectContext context(HBManagedObjectContext::PrivateQueueConcurrencyType);
-    context.setPersistentStoreCoordinator(&coordinator);
-    bool saved = false;
-    context.performBlockAndWait([&] {
-        HBManagedObject *source = context.insertNewObjectForEntityForName(QStringLiteral("HBImportSource"));
-        source->setValueForKey(QStringLiteral("example"), QStringLiteral("name"));
-        source->setValueForKey(QDateTime::currentDateTimeUtc(), QStringLiteral("importDate"));
-        HBManagedObject *waypoint = context.insertNewObjectForEntityForName(QStringLiteral("HBWaypoint"));
-        waypoint->setValueForKey(QStringLiteral("Summit"), QStringLiteral("name"));
-        waypoint->setValueForKey(QVariant::fromValue(HBDecimal::fromString(u"47.421100")), QStringLiteral("latitude"));
-        waypoint->setValueForKey(QVariant::fromValue(HBDecimal::fromString(u"10.985300")), QStringLiteral("longitude"));
-        waypoint->setObjectForKey(source, QStringLiteral("importSource"));
-        for (int i = 0; i < 3; ++i) {
-            HBManagedObject *point = context.insertNewObjectForEntityForName(QStringLiteral("HBTrackPoint"));
-            point->setValueForKey(QVariant::fromValue(HBDecimal::fromString(QStringLiteral("47.4%1").arg(i))), QStringLiteral("latitude"));
-            point->setValueForKey(QVariant::fromValue(HBDecimal::fromString(u"10.98")), QStringLiteral("longitude"));
-            point->setValueForKey(i, QStringLiteral("order"));
-            context.assignObject(point, points);
-        }
-        saved = context.save(&error);
-    });
-    if (!saved) {
-        QTextStream(stderr) << error.localizedDescription() << " " << error.detailedErrorsDescription() << "\n";
-        return 1;
-    }
-    for (HBPersistentStore *store : coordinator.persistentStores()) {
-        out << store->path() << "\n";
-        for (const HBEntityDescription *entity : HBTrackDataModel::model()->entities()) {
-            if (!entity->isAbstract() && store->holdsEntity(entity) && store->countRows(entity) > 0)
-                out << "  " << entity->name() << ": " << store->countRows(entity) << " rows\n";
-        }
-    }
+    listStores(out, manager->persistentStoreCoordinator());
     return 0;
 }

@@ -1,5 +1,9 @@
 #include "model/HBTrackDataModel.h"
 
+#include "model/HBGeoPointAdditions.h"
+#include "model/HBGeoPointSymbol.h"
+#include "model/HBTrackPoint.h"
+#include "model/HBWaypoint.h"
 #include "platform/store/HBManagedObjectModel.h"
 
 namespace {
@@ -27,11 +31,13 @@ void addPointEntities(HBManagedObjectModel &m)
     HBEntityDescription &trackPoint = m.addEntity(QStringLiteral("HBTrackPoint"), QStringLiteral("HBGeoPoint"));
     trackPoint.addAttribute(QStringLiteral("order"), T::Integer);
     trackPoint.addAttribute(QStringLiteral("trackSegmentURI"), T::String);
+    trackPoint.setFactory([] { return new HBTrackPoint; });
 
     HBEntityDescription &waypoint = m.addEntity(QStringLiteral("HBWaypoint"), QStringLiteral("HBGeoPoint"));
     waypoint.addAttribute(QStringLiteral("order"), T::Integer);
     waypoint.addToOne(QStringLiteral("importSource"), QStringLiteral("HBImportSource"), QStringLiteral("waypoints"));
     waypoint.addToOne(QStringLiteral("event"), QStringLiteral("HBEvent"), QStringLiteral("waypoints"));
+    waypoint.setFactory([] { return new HBWaypoint; });
 
     HBEntityDescription &symbol = m.addEntity(QStringLiteral("HBGeoPointSymbol"));
     symbol.addAttribute(QStringLiteral("name"), T::String);
@@ -39,11 +45,13 @@ void addPointEntities(HBManagedObjectModel &m)
     symbol.addAttribute(QStringLiteral("imageData"), T::Binary);
     symbol.addAttribute(QStringLiteral("imagePath"), T::String);
     symbol.addToMany(QStringLiteral("points"), QStringLiteral("HBGeoPoint"), QStringLiteral("symbol"));
+    symbol.setFactory([] { return new HBGeoPointSymbol; });
 
     HBEntityDescription &additions = m.addEntity(QStringLiteral("HBGeoPointAdditions"));
     additions.addAttribute(QStringLiteral("key"), T::String);
     additions.addAttribute(QStringLiteral("value"), T::Variant);
     additions.addToOne(QStringLiteral("point"), QStringLiteral("HBGeoPoint"), QStringLiteral("additionalAttributes"));
+    additions.setFactory([] { return new HBGeoPointAdditions; });
 
     HBEntityDescription &timeZone = m.addEntity(QStringLiteral("HBTimeZone"));
     timeZone.addAttribute(QStringLiteral("name"), T::String);

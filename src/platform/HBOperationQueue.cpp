@@ -1,8 +1,10 @@
 #include "platform/HBOperationQueue.h"
 
 #include "platform/HBLogging.h"
+#include "platform/HBMainThread.h"
 #include "platform/HBOperation.h"
 
+#include <QDeadlineTimer>
 #include <QMutex>
 #include <QRecursiveMutex>
 #include <QThread>
@@ -126,9 +128,14 @@ void HBOperationQueue::cancelAllOperations()
 
 void HBOperationQueue::waitUntilAllOperationsAreFinished()
 {
-    QMutexLocker lock(&d->mutex);
-    while (d->running > 0 || !d->waiting.empty())
-        d->allFinished.wait(&d->mutex);
+    // Operations may need the main thread (to open a store there) while
+    // the main thread waits here.
+    HBMainThread::waitUntil([this](std::chrono::milliseconds slice) {
+        QMutexLocker lock(&d->mutex);
+        if (d->running > 0 || !d->waiting.empty())
+            d->allFinished.wait(&d->mutex, QDeadlineTimer(slice));
+        return d->running == 0 && d->waiting.empty();
+    });
 }
 
 // Called with d->mutex held.

@@ -1,6 +1,7 @@
 #include "platform/store/HBManagedObjectContext.h"
 
 #include "platform/HBLogging.h"
+#include "platform/HBMainThread.h"
 #include "platform/store/HBEntityDescription.h"
 #include "platform/store/HBManagedObject.h"
 #include "platform/store/HBManagedObjectContext_p.h"
@@ -8,7 +9,6 @@
 #include "platform/store/HBPersistentStore.h"
 #include "platform/store/HBPersistentStoreCoordinator.h"
 
-#include <QCoreApplication>
 #include <QRunnable>
 #include <QThread>
 #include <QThreadPool>
@@ -45,11 +45,6 @@ QThreadPool &queuePool()
         return p;
     }();
     return *pool;
-}
-
-bool onMainThread()
-{
-    return !QCoreApplication::instance() || QThread::currentThread() == QCoreApplication::instance()->thread();
 }
 
 QVariant asID(const QVariant &value)
@@ -134,15 +129,11 @@ void HBManagedObjectContext::setParentContext(HBManagedObjectContext *parent)
 void HBManagedObjectContext::performBlock(std::function<void()> block)
 {
     if (m_type == MainQueueConcurrencyType) {
-        auto run = [this, block = std::move(block)] {
+        HBMainThread::post([this, block = std::move(block)] {
             QMutexLocker lock(&d->lock);
             RunningScope scope(this);
             block();
-        };
-        if (QCoreApplication::instance())
-            QMetaObject::invokeMethod(QCoreApplication::instance(), run, Qt::QueuedConnection);
-        else
-            run();
+        });
         return;
     }
     QMutexLocker queue(&d->queueMutex);
@@ -174,23 +165,22 @@ void HBManagedObjectContext::performBlockAndWait(const std::function<void()> &bl
         return;
     }
     if (m_type == MainQueueConcurrencyType) {
-        auto run = [this, &block] {
+        HBMainThread::runAndWait([this, &block] {
             QMutexLocker lock(&d->lock);
             RunningScope scope(this);
             block();
-        };
-        if (onMainThread())
-            run();
-        else
-            QMetaObject::invokeMethod(QCoreApplication::instance(), run, Qt::BlockingQueuedConnection);
+        });
         return;
     }
     std::promise<void> done;
+    std::future<void> finished = done.get_future();
     performBlock([&block, &done] {
         block();
         done.set_value();
     });
-    done.get_future().wait();
+    HBMainThread::waitUntil([&finished](std::chrono::milliseconds slice) {
+        return finished.wait_for(slice) == std::future_status::ready;
+    });
 }
 
 void HBManagedObjectContext::lock()
@@ -508,6 +498,33 @@ qsizetype HBManagedObjectContext::countForFetchRequest(const HBFetchRequest &req
 
 // --- identifiers --------------------------------------------------------------
 
+// A record nobody placed goes with a record it refers to, when that store
+// may hold it: the extra attributes of a point belong in the point's file,
+// since a relationship cannot cross files.
+HBPersistentStore *HBManagedObjectContext::storeOfRelatedRecord(const HBManagedObject *object) const
+{
+    HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
+    for (const auto &[slot, value] : object->m_values) {
+        if (!object->m_entity->properties().at(slot)->isToOne() || !value.isValid())
+            continue;
+        HBPersistentStore *store = nullptr;
+        const HBManagedObject *target = value.metaType() == QMetaType::fromType<HBManagedObject *>()
+                                            ? value.value<HBManagedObject *>()
+                                            : nullptr;
+        HBManagedObjectID id = target ? target->m_objectID : value.value<HBManagedObjectID>();
+        id = d->permanentIDForTemporary.value(id, id);
+        if (id.isNull())
+            continue;
+        if (!id.isTemporaryID())
+            store = coordinator->persistentStoreForIdentifier(id.storeIdentifier());
+        else if (const HBManagedObject *registered = target ? target : d->registered.value(id))
+            store = registered->m_assignedStore;
+        if (store && store->holdsEntity(object->m_entity))
+            return store;
+    }
+    return nullptr;
+}
+
 bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedObject *> &objects, HBError *error)
 {
     HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
@@ -520,6 +537,8 @@ bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedO
             continue;
         HBPersistentStore *store = object->m_assignedStore;
         if (!store || !store->holdsEntity(object->m_entity))
+            store = storeOfRelatedRecord(object);
+        if (!store)
             store = coordinator->defaultStoreForEntity(object->m_entity);
         if (!store) {
             if (error)

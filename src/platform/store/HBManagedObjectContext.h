@@ -106,6 +106,7 @@ private:
     void objectDidChange(HBManagedObject *object, const HBPropertyDescription *property);
     QList<HBManagedObject *> relatedObjects(const HBManagedObject *object, const HBPropertyDescription *property);
     bool fulfillFault(HBManagedObject *object);
+    HBPersistentStore *storeOfRelatedRecord(const HBManagedObject *object) const;
     QList<Snapshot> fetchSnapshots(const HBFetchRequest &request, HBError *error);
 
     ConcurrencyType m_type;

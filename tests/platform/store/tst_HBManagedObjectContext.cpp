@@ -1,3 +1,4 @@
+#include "SqliteRows.h"
 #include "StoreFixture.h"
 
 #include "platform/store/HBPredicate.h"
@@ -6,28 +7,12 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include <sqlite3.h>
-
 // Contexts over real store files: what a save writes must come back after
 // the files are closed and opened again, through another coordinator too,
 // and a child must see its parent's unsaved work.
 class tst_HBManagedObjectContext : public QObject
 {
     Q_OBJECT
-
-    static qint64 rowsIn(const QString &path, const QString &table)
-    {
-        sqlite3 *db = nullptr;
-        sqlite3_open_v2(QFile::encodeName(path).constData(), &db, SQLITE_OPEN_READONLY, nullptr);
-        sqlite3_stmt *stmt = nullptr;
-        qint64 count = -1;
-        if (sqlite3_prepare_v2(db, qPrintable(QStringLiteral("SELECT COUNT(*) FROM \"%1\"").arg(table)), -1, &stmt, nullptr) == SQLITE_OK
-            && sqlite3_step(stmt) == SQLITE_ROW)
-            count = sqlite3_column_int64(stmt, 0);
-        sqlite3_finalize(stmt);
-        sqlite3_close(db);
-        return count;
-    }
 
     static HBManagedObject *insert(HBManagedObjectContext &c, const QString &entity, const QVariantMap &values)
     {

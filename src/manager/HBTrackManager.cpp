@@ -1,0 +1,610 @@
+#include "manager/HBTrackManager.h"
+
+#include "model/HBTrackDataModel.h"
+#include "platform/HBLogging.h"
+#include "platform/HBMainThread.h"
+#include "platform/HBOperationQueue.h"
+#include "platform/store/HBEntityDescription.h"
+#include "platform/store/HBFetchRequest.h"
+#include "platform/store/HBManagedObject.h"
+#include "platform/store/HBManagedObjectContext.h"
+#include "platform/store/HBPersistentStore.h"
+#include "platform/store/HBPersistentStoreCoordinator.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QDirIterator>
+#include <QFileInfo>
+#include <QStandardPaths>
+#include <QThreadPool>
+
+#include <atomic>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+const QString kApplicationFolder = QStringLiteral("Fernwick");
+const QString kPrimaryStoreKey = QStringLiteral("PrimaryStore");
+const QString kDatelessStoreKey = QStringLiteral("DatelessPoints");
+const QString kPointOnlyConfiguration = QStringLiteral("PointOnly");
+constexpr qint64 kReferenceDateMSecs = 978307200000;   // 2001-01-01 00:00:00 UTC
+constexpr double kPeriodSeconds = 864000.0;             // ten days
+
+// The loaded relationships of track points that are about to be deleted.
+const QStringList kTrackPointPrefetchKeyPaths{
+    QStringLiteral("additionalAttributes"), QStringLiteral("children"), QStringLiteral("cities"),
+    QStringLiteral("continents"), QStringLiteral("countries"), QStringLiteral("keywords"),
+    QStringLiteral("states"),
+};
+
+void defaultErrorPresenter(const HBError &error)
+{
+    std::fprintf(stderr, "%s %s\n", qPrintable(error.localizedDescription()), qPrintable(error.localizedFailureReason()));
+}
+
+void defaultFatalStartupReport(const QString &message, const QString &informativeText)
+{
+    std::fprintf(stderr, "%s\n%s\n", qPrintable(message), qPrintable(informativeText));
+    std::fflush(stdout);
+    std::fflush(stderr);
+    // Other threads may still be at work on the stores; ending without
+    // running static destructors keeps them from tripping over freed state.
+    std::_Exit(EXIT_FAILURE);
+}
+
+// Everything that lives for the whole process. Never freed: worker threads
+// may use it until the very end.
+struct ProcessState
+{
+    QMutex classLock;          // making the two managers
+    QMutex valuesLock;         // folders, registry, hooks
+    QMutex persistentStoreLock;
+    std::atomic<HBTrackManager *> shared{nullptr};
+    std::atomic<HBTrackManager *> background{nullptr};
+    QString supportFolder;
+    QString pointFolder;
+    QString cacheFolder;
+    QHash<QString, HBPersistentStore *> registry;
+    HBTrackManager::ErrorPresenter presentError = defaultErrorPresenter;
+    HBTrackManager::FatalStartupReport reportFatal = defaultFatalStartupReport;
+};
+
+ProcessState &process()
+{
+    static ProcessState *state = new ProcessState;
+    return *state;
+}
+
+HBPersistentStore *registeredStore(const QString &key)
+{
+    QMutexLocker lock(&process().valuesLock);
+    return process().registry.value(key);
+}
+
+// The first store opened for a file names it for everyone: a later one
+// takes over its identifier.
+void registerOrAdoptIdentifier(const QString &key, HBPersistentStore *store)
+{
+    QMutexLocker lock(&process().valuesLock);
+    if (HBPersistentStore *first = process().registry.value(key))
+        store->setIdentifier(first->identifier());
+    else
+        process().registry.insert(key, store);
+}
+
+void presentError(const HBError &error)
+{
+    HBTrackManager::ErrorPresenter present;
+    {
+        QMutexLocker lock(&process().valuesLock);
+        present = process().presentError;
+    }
+    HBMainThread::runAndWait([&] { present(error); });
+}
+
+// Every store error is logged as its description, its detailed errors and
+// a line that says where it happened.
+void logError(const HBError &error, const QString &where)
+{
+    qCWarning(hbManager).noquote() << error.localizedDescription();
+    qCWarning(hbManager).noquote() << error.detailedErrorsDescription();
+    if (!where.isEmpty())
+        qCWarning(hbManager).noquote() << where;
+}
+
+// Like a C library's atol: optional sign and leading digits; anything else reads as 0.
+qint64 leadingInteger(const QString &text)
+{
+    qsizetype end = 0;
+    if (end < text.size() && (text[end] == u'-' || text[end] == u'+'))
+        ++end;
+    while (end < text.size() && text[end].isDigit() && text[end].unicode() < 128)
+        ++end;
+    return QStringView(text).left(end).toLongLong();
+}
+
+QString storeKeyForDate(const QDateTime &date)
+{
+    return date.isValid() ? QString::number(HBTrackManager::periodNumberForDate(date)) : kDatelessStoreKey;
+}
+
+// The stores that failed to open while a coordinator was being built.
+struct StartupErrors
+{
+    int count = 0;
+    std::optional<HBError> first;
+
+    void add(const HBError &error)
+    {
+        ++count;
+        if (!first)
+            first = error;
+    }
+};
+
+void openStartupStore(HBPersistentStoreCoordinator &coordinator, const QString &configuration, const QString &path,
+                      const QString &key, const QString &failureLine, StartupErrors &errors)
+{
+    HBError error;
+    HBPersistentStore *store = coordinator.addPersistentStore(configuration, path, &error);
+    if (store) {
+        registerOrAdoptIdentifier(key, store);
+        return;
+    }
+    logError(error, failureLine);
+    errors.add(error);
+}
+
+void reportFatalStartupError(const HBError &error)
+{
+    const QString message = QCoreApplication::translate("HBTrackManager",
+                                                        "An Error was encountered trying to load the track manager database.");
+    const QString informative = QStringLiteral("%1. %2").arg(error.localizedDescription(), error.localizedFailureReason());
+    HBTrackManager::FatalStartupReport report;
+    {
+        QMutexLocker lock(&process().valuesLock);
+        report = process().reportFatal;
+    }
+    HBMainThread::runAndWait([&] { report(message, informative); });
+}
+
+} // namespace
+
+HBTrackManager::HBTrackManager(Role role)
+    : m_role(role)
+{
+    if (QCoreApplication *app = QCoreApplication::instance())
+        moveToThread(app->thread());
+}
+
+HBTrackManager::~HBTrackManager() = default;
+
+void HBTrackManager::setErrorPresenter(ErrorPresenter presenter)
+{
+    QMutexLocker lock(&process().valuesLock);
+    process().presentError = presenter ? std::move(presenter) : defaultErrorPresenter;
+}
+
+void HBTrackManager::setFatalStartupReport(FatalStartupReport report)
+{
+    QMutexLocker lock(&process().valuesLock);
+    process().reportFatal = report ? std::move(report) : defaultFatalStartupReport;
+}
+
+// --- the two managers and the process-wide values ------------------------------
+
+HBTrackManager *HBTrackManager::sharedTrackManager()
+{
+    if (HBTrackManager *manager = process().shared.load())
+        return manager;
+    QMutexLocker lock(&process().classLock);
+    if (HBTrackManager *manager = process().shared.load())
+        return manager;
+    auto *manager = new HBTrackManager(Role::Shared);
+    manager->setPersistentStoreCoordinator(manager->centralPersistentStoreCoordinator());
+    manager->m_trackImportQueue = std::make_unique<HBOperationQueue>();
+    manager->m_trackImportQueue->setMaxConcurrentOperationCount(1);
+    manager->m_recentImportsPredicate = HBPredicate::falsePredicate();
+    process().shared.store(manager);
+    return manager;
+}
+
+HBTrackManager *HBTrackManager::sharedBackgroundThreadTrackManager()
+{
+    if (HBTrackManager *manager = process().background.load())
+        return manager;
+    QMutexLocker lock(&process().classLock);
+    if (HBTrackManager *manager = process().background.load())
+        return manager;
+    auto *manager = new HBTrackManager(Role::Background);
+    manager->setPersistentStoreCoordinator(manager->centralPersistentStoreCoordinator());
+    process().background.store(manager);
+    return manager;
+}
+
+QMutex *HBTrackManager::persistentStoreLock()
+{
+    return &process().persistentStoreLock;
+}
+
+QString HBTrackManager::supportFolder()
+{
+    QMutexLocker lock(&process().valuesLock);
+    return process().supportFolder;
+}
+
+QString HBTrackManager::pointFolder()
+{
+    QMutexLocker lock(&process().valuesLock);
+    return process().pointFolder;
+}
+
+QString HBTrackManager::cacheFolder()
+{
+    QMutexLocker lock(&process().valuesLock);
+    QString &folder = process().cacheFolder;
+    if (folder.isEmpty()) {
+        folder = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) + u'/' + kApplicationFolder
+                 + QStringLiteral("/TrackManagerDatabase");
+        if (!QDir().mkpath(folder))
+            qCWarning(hbManager).noquote() << "The cache folder" << folder << "could not be made.";
+    }
+    return folder;
+}
+
+QHash<QString, HBPersistentStore *> HBTrackManager::persistentStoresDictionary()
+{
+    QMutexLocker lock(&process().valuesLock);
+    return process().registry;
+}
+
+void HBTrackManager::createSupportFoldersForApplication(const QString &folderName)
+{
+    const QString support = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + u'/' + folderName;
+    const QString points = support + QStringLiteral("/PointDatabases");
+    for (const QString &folder : {support, points}) {
+        if (!QDir().mkpath(folder))
+            qCWarning(hbManager).noquote() << "The folder" << folder << "could not be made.";
+    }
+    QMutexLocker lock(&process().valuesLock);
+    process().supportFolder = support;
+    process().pointFolder = points;
+}
+
+// --- stores ------------------------------------------------------------------------
+
+qint64 HBTrackManager::periodNumberForDate(const QDateTime &date)
+{
+    const double seconds = double(date.toMSecsSinceEpoch() - kReferenceDateMSecs) / 1000.0;
+    return qint64(std::floor(seconds / kPeriodSeconds));
+}
+
+std::unique_ptr<HBPersistentStoreCoordinator> HBTrackManager::centralPersistentStoreCoordinator()
+{
+    createSupportFoldersForApplication(kApplicationFolder);
+    auto coordinator = std::make_unique<HBPersistentStoreCoordinator>(HBTrackDataModel::model());
+    StartupErrors errors;
+    openStartupStore(*coordinator, {}, supportFolder() + QStringLiteral("/TrackManagerDatabase.sql"), kPrimaryStoreKey,
+                     QStringLiteral("Error occurred while adding TrackManagerDatabase.sql to the central store during init."),
+                     errors);
+    openStartupStore(*coordinator, {}, pointFolder() + QStringLiteral("/DatelessPoints.sql"), kDatelessStoreKey,
+                     QStringLiteral("Error occurred while adding DatelessPoints.sql to the central store during init."), errors);
+
+    // Period 0 reads like any name without a number and is skipped with
+    // them, so 0.sql is opened only when one of its points is inserted.
+    QDirIterator listing(pointFolder(), QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
+                         QDirIterator::Subdirectories);
+    while (listing.hasNext()) {
+        const QFileInfo entry(listing.next());
+        const qint64 period = leadingInteger(entry.completeBaseName());
+        if (entry.suffix() != QLatin1String("sql") || period == 0)
+            continue;
+        openStartupStore(*coordinator, kPointOnlyConfiguration, entry.filePath(), QString::number(period),
+                         QStringLiteral("Error occurred while adding a point database %1.sql to the central store during init.")
+                             .arg(period),
+                         errors);
+    }
+    if (errors.count > 0 && errors.first)
+        reportFatalStartupError(*errors.first);
+    return coordinator;
+}
+
+HBPersistentStore *HBTrackManager::primaryPersistentStoreForCoordinator(HBPersistentStoreCoordinator *coordinator)
+{
+    const HBPersistentStore *primary = registeredStore(kPrimaryStoreKey);
+    return primary && coordinator ? coordinator->persistentStoreForURL(primary->URL()) : nullptr;
+}
+
+HBPersistentStore *HBTrackManager::persistentStoreForCoordinator(HBPersistentStoreCoordinator *coordinator,
+                                                                 const QDateTime &date)
+{
+    const HBPersistentStore *registered = registeredStore(storeKeyForDate(date));
+    return registered && coordinator ? coordinator->persistentStoreForURL(registered->URL()) : nullptr;
+}
+
+HBPersistentStore *HBTrackManager::addPersistentStoreForCoordinator(HBPersistentStoreCoordinator *coordinator,
+                                                                    const QDateTime &date)
+{
+    coordinator->lock();
+    const QString key = storeKeyForDate(date);
+    const QString path = pointFolder() + u'/' + key + QStringLiteral(".sql");
+    HBError error;
+    // The dateless file is opened as a point file here, although start-up
+    // opens it for every entity.
+    HBPersistentStore *store = coordinator->addPersistentStore(kPointOnlyConfiguration, path, &error);
+    if (store) {
+        {
+            QMutexLocker lock(&process().valuesLock);
+            process().registry.insert(key, store);
+        }
+        HBTrackManager *background = process().background.load();
+        if (background && coordinator == background->coordinatorIfMade()) {
+            HBTrackManager *shared = sharedTrackManager();
+            if (shared->coordinatorIfMade() != coordinator)
+                HBMainThread::runAndWait([&] { shared->addStoreWithStore(store); });
+        } else {
+            background = sharedBackgroundThreadTrackManager();
+            HBMainThread::runAndWait([&] { background->addStoreWithStore(store); });
+        }
+    } else {
+        presentError(error);
+        logError(error, QStringLiteral("Error occurred in addPersistentStoreForCoordinator:forDate:."));
+    }
+    coordinator->unlock();
+    return store;
+}
+
+HBPersistentStore *HBTrackManager::addStoreWithStore(HBPersistentStore *other)
+{
+    HBError error;
+    HBPersistentStore *store = persistentStoreCoordinator()->addPersistentStore(kPointOnlyConfiguration, other->path(), &error);
+    if (!store) {
+        presentError(error);
+        logError(error, QStringLiteral("Error occurred in addStoreWithStore."));
+        return nullptr;
+    }
+    store->setIdentifier(other->identifier());
+    return store;
+}
+
+HBPersistentStore *HBTrackManager::addStoreWithURL(const QUrl &url)
+{
+    HBError error;
+    HBPersistentStore *store = persistentStoreCoordinator()->addPersistentStore(kPointOnlyConfiguration, url.toLocalFile(), &error);
+    if (!store)
+        presentError(error);
+    return store;
+}
+
+void HBTrackManager::assignToStore(HBManagedObject *object)
+{
+    HBManagedObjectContext *context = object ? object->managedObjectContext() : nullptr;
+    HBPersistentStoreCoordinator *coordinator = context ? context->persistentStoreCoordinator() : nullptr;
+    const HBTrackManager *shared = process().shared.load();
+    const HBTrackManager *background = process().background.load();
+    if (!coordinator || ((!shared || coordinator != shared->coordinatorIfMade())
+                         && (!background || coordinator != background->coordinatorIfMade()))) {
+        qCWarning(hbManager).noquote() << "Not assigning point to ANY reasonable coordinator!!!";
+        return;
+    }
+    if (!object->objectID().isTemporaryID())
+        return;
+    HBPersistentStore *store = nullptr;
+    if (object->entity()->name() == QLatin1String("HBWaypoint")) {
+        store = primaryPersistentStoreForCoordinator(coordinator);
+    } else {
+        const QDateTime date = object->valueForKey(QStringLiteral("date")).toDateTime();
+        store = persistentStoreForCoordinator(coordinator, date);
+        if (!store) {
+            QMutex *lock = persistentStoreLock();
+            HBMainThread::lock(*lock);
+            // another thread may have opened it meanwhile
+            store = persistentStoreForCoordinator(coordinator, date);
+            if (!store)
+                store = addPersistentStoreForCoordinator(coordinator, date);
+            lock->unlock();
+        }
+    }
+    if (store)
+        context->assignObject(object, store);
+}
+
+// --- coordinator and contexts --------------------------------------------------------
+
+HBPersistentStoreCoordinator *HBTrackManager::coordinatorIfMade() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_coordinator.get();
+}
+
+HBPersistentStoreCoordinator *HBTrackManager::persistentStoreCoordinator()
+{
+    if (HBPersistentStoreCoordinator *coordinator = coordinatorIfMade())
+        return coordinator;
+    std::unique_ptr<HBPersistentStoreCoordinator> made = centralPersistentStoreCoordinator();
+    QMutexLocker lock(&m_mutex);
+    if (!m_coordinator)
+        m_coordinator = std::move(made);
+    return m_coordinator.get();
+}
+
+void HBTrackManager::setPersistentStoreCoordinator(std::unique_ptr<HBPersistentStoreCoordinator> coordinator)
+{
+    QMutexLocker lock(&m_mutex);
+    m_coordinator = std::move(coordinator);
+}
+
+HBManagedObjectContext *HBTrackManager::managedObjectContext()
+{
+    HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
+    QMutexLocker lock(&m_mutex);
+    if (!m_managedObjectContext) {
+        m_managedObjectContext = std::make_unique<HBManagedObjectContext>(HBManagedObjectContext::PrivateQueueConcurrencyType);
+        m_managedObjectContext->setPersistentStoreCoordinator(coordinator);
+    }
+    return m_managedObjectContext.get();
+}
+
+HBManagedObjectContext *HBTrackManager::mainQueueContext()
+{
+    HBManagedObjectContext *root = managedObjectContext();
+    QMutexLocker lock(&m_mutex);
+    if (!m_mainQueueContext) {
+        m_mainQueueContext = std::make_unique<HBManagedObjectContext>(HBManagedObjectContext::MainQueueConcurrencyType);
+        m_mainQueueContext->setParentContext(root);
+        if (QCoreApplication *app = QCoreApplication::instance())
+            m_mainQueueContext->moveToThread(app->thread());
+    }
+    return m_mainQueueContext.get();
+}
+
+std::unique_ptr<HBManagedObjectContext> HBTrackManager::newManagedObjectContext()
+{
+    auto context = std::make_unique<HBManagedObjectContext>(HBManagedObjectContext::PrivateQueueConcurrencyType);
+    context->setPersistentStoreCoordinator(persistentStoreCoordinator());
+    return context;
+}
+
+std::unique_ptr<HBManagedObjectContext> HBTrackManager::newPrivateQueueContext()
+{
+    auto context = std::make_unique<HBManagedObjectContext>(HBManagedObjectContext::PrivateQueueConcurrencyType);
+    context->setParentContext(managedObjectContext());
+    return context;
+}
+
+// --- saving ------------------------------------------------------------------------
+
+void HBTrackManager::save()
+{
+    HBManagedObjectContext *root = managedObjectContext();
+    root->performBlockAndWait([root] {
+        HBError error;
+        if (!root->save(&error))
+            logError(error, QStringLiteral("error occurred in trackManager save."));
+    });
+}
+
+void HBTrackManager::saveWithChildContext(HBManagedObjectContext *child)
+{
+    HBError childError;
+    child->performBlockAndWait([&] { child->save(&childError); });
+    // The parent's save runs later; its error is seen here only if it has
+    // already happened.
+    struct ErrorSlot
+    {
+        QMutex mutex;
+        HBError error;
+    };
+    auto parentError = std::make_shared<ErrorSlot>();
+    if (HBManagedObjectContext *parent = child->parentContext()) {
+        parent->performBlock([parent, parentError] {
+            HBError error;
+            if (!parent->save(&error)) {
+                QMutexLocker lock(&parentError->mutex);
+                parentError->error = error;
+            }
+        });
+    }
+    HBError shown = childError;
+    if (shown.isNull()) {
+        QMutexLocker lock(&parentError->mutex);
+        shown = parentError->error;
+    }
+    if (!shown.isNull())
+        logError(shown, {});
+}
+
+// --- bonus table -----------------------------------------------------------------------
+
+QVariant HBTrackManager::fetchBonusTableValueForKey(const QString &key)
+{
+    std::unique_ptr<HBManagedObjectContext> context = newPrivateQueueContext();
+    QVariant value;
+    context->performBlockAndWait([&] {
+        HBFetchRequest request(QStringLiteral("HBBonusTable"));
+        request.setPredicate(HBPredicate::format(QStringLiteral(" key == %@"), {key}));
+        const QList<HBManagedObject *> rows = context->executeFetchRequest(request);
+        if (!rows.isEmpty())
+            value = rows.first()->valueForKey(QStringLiteral("value"));
+    });
+    return value;
+}
+
+void HBTrackManager::setBonusTableValue(const QVariant &value, const QString &key)
+{
+    std::unique_ptr<HBManagedObjectContext> context = newPrivateQueueContext();
+    context->performBlockAndWait([&] {
+        HBFetchRequest request(QStringLiteral("HBBonusTable"));
+        request.setPredicate(HBPredicate::format(QStringLiteral("key == %@"), {key}));
+        const QList<HBManagedObject *> rows = context->executeFetchRequest(request);
+        HBManagedObject *row = rows.isEmpty() ? nullptr : rows.first();
+        if (!row) {
+            row = context->insertNewObjectForEntityForName(QStringLiteral("HBBonusTable"));
+            row->setValueForKey(key, QStringLiteral("key"));
+        }
+        row->setValueForKey(value, QStringLiteral("value"));
+        context->save();
+    });
+}
+
+// --- point deletion -----------------------------------------------------------------------
+
+namespace {
+
+QList<HBManagedObject *> fetchTrackPoints(HBManagedObjectContext *context, const QList<HBManagedObjectID> &ids)
+{
+    HBFetchRequest request(QStringLiteral("HBTrackPoint"));
+    request.setPredicate(HBPredicate::format(QStringLiteral("self IN %@"), {QVariant::fromValue(ids)}));
+    request.setRelationshipKeyPathsForPrefetching(kTrackPointPrefetchKeyPaths);
+    request.setReturnsObjectsAsFaults(false);
+    return context->executeFetchRequest(request);
+}
+
+} // namespace
+
+void HBTrackManager::deletePointsWithIDs(const QList<HBManagedObjectID> &pointIDs)
+{
+    if (pointIDs.isEmpty())
+        return;
+    std::unique_ptr<HBManagedObjectContext> context = newPrivateQueueContext();
+    context->performBlockAndWait([&] {
+        for (HBManagedObject *point : fetchTrackPoints(context.get(), pointIDs))
+            context->deleteObject(point);
+        saveWithChildContext(context.get());
+    });
+}
+
+void HBTrackManager::deletePointsWithURIs(const QList<QUrl> &pointURIs)
+{
+    if (pointURIs.isEmpty())
+        return;
+    QThreadPool::globalInstance()->start([this, pointURIs] {
+        std::unique_ptr<HBManagedObjectContext> context = newManagedObjectContext();
+        context->performBlockAndWait([&] {
+            HBPersistentStoreCoordinator *coordinator = context->persistentStoreCoordinator();
+            QList<HBManagedObjectID> ids;
+            ids.reserve(pointURIs.size());
+            for (const QUrl &uri : pointURIs) {
+                const HBManagedObjectID id = coordinator->managedObjectIDForURIRepresentation(uri);
+                if (!id.isNull())
+                    ids.append(id);
+            }
+            for (HBManagedObject *point : fetchTrackPoints(context.get(), ids))
+                context->deleteObject(point);
+            context->save();
+        });
+        HBMainThread::post([] { sharedTrackManager()->postDidDeleteObjects(); });
+    });
+}
+
+void HBTrackManager::postDidDeleteObjects()
+{
+    emit didDeleteObjects();
+}
+
+HBPredicate HBTrackManager::recentImportsPredicate() const
+{
+    return m_recentImportsPredicate;
+}

@@ -1,0 +1,138 @@
+#pragma once
+
+#include "platform/HBError.h"
+#include "platform/store/HBManagedObjectID.h"
+#include "platform/store/HBPredicate.h"
+
+#include <QDateTime>
+#include <QHash>
+#include <QList>
+#include <QMutex>
+#include <QObject>
+#include <QUrl>
+#include <QVariant>
+
+#include <functional>
+#include <memory>
+
+class HBManagedObject;
+class HBManagedObjectContext;
+class HBOperationQueue;
+class HBPersistentStore;
+class HBPersistentStoreCoordinator;
+
+// Names of the manager's announcements; each is also a signal of the manager.
+inline const QString HBTrackManagerDidAddNewCentralStore = QStringLiteral("HBTrackManagerDidAddNewCentralStore");
+inline const QString HBTrackManagerDidDeleteObjects = QStringLiteral("HBTrackManagerDidDeleteObjects");
+
+// Owns everything persistent: the folders, the store files, the
+// coordinators over them and the contexts the library works in.
+//
+// Points are not kept in one database. A track point lives in the file of
+// its ten-day period ("<n>.sql" in "PointDatabases", n counted from
+// 2001-01-01 UTC, negative before), a point without a date in
+// "DatelessPoints.sql", everything else in "TrackManagerDatabase.sql". A
+// period file is opened the moment its first point is inserted, in both
+// managers' coordinators at once, so that IDs minted through one resolve
+// through the other.
+//
+// Two managers share the files: the shared manager, for the main thread,
+// and the background manager, for import threads. A process-wide registry
+// maps "PrimaryStore", "DatelessPoints" and "<n>" to the first store opened
+// for each file, and a coordinator opening a registered file takes over
+// that store's identifier.
+class HBTrackManager : public QObject
+{
+    Q_OBJECT
+public:
+    // What a host shows instead of an error panel, and the fatal report
+    // when the stores cannot be opened at start (message, informative text).
+    using ErrorPresenter = std::function<void(const HBError &)>;
+    using FatalStartupReport = std::function<void(const QString &message, const QString &informativeText)>;
+    // The defaults write to stderr; the fatal report then ends the process
+    // with a non-zero status.
+    static void setErrorPresenter(ErrorPresenter presenter);
+    static void setFatalStartupReport(FatalStartupReport report);
+
+    static HBTrackManager *sharedTrackManager();
+    static HBTrackManager *sharedBackgroundThreadTrackManager();
+    // Serialises the opening of period stores.
+    static QMutex *persistentStoreLock();
+    static QString supportFolder();
+    static QString pointFolder();
+    // "<Caches>/Fernwick/TrackManagerDatabase", made on first call.
+    static QString cacheFolder();
+    static QHash<QString, HBPersistentStore *> persistentStoresDictionary();
+
+    // Whole ten-day periods since 2001-01-01 00:00:00 UTC, rounded down.
+    static qint64 periodNumberForDate(const QDateTime &date);
+    static HBPersistentStore *primaryPersistentStoreForCoordinator(HBPersistentStoreCoordinator *coordinator);
+    // The coordinator's own store for the date's period (an invalid date:
+    // the dateless store), or null when that file is not open there.
+    static HBPersistentStore *persistentStoreForCoordinator(HBPersistentStoreCoordinator *coordinator,
+                                                            const QDateTime &date);
+    // Opens the period (or dateless) file in the coordinator and in the
+    // other manager's coordinator.
+    static HBPersistentStore *addPersistentStoreForCoordinator(HBPersistentStoreCoordinator *coordinator,
+                                                               const QDateTime &date);
+    // Routes a newly inserted point to its store file: a waypoint to the
+    // central store, a point with a date to its period's file, one without
+    // to the dateless file. A saved point never moves.
+    static void assignToStore(HBManagedObject *object);
+
+    HBPersistentStoreCoordinator *persistentStoreCoordinator();
+    void setPersistentStoreCoordinator(std::unique_ptr<HBPersistentStoreCoordinator> coordinator);
+    void createSupportFoldersForApplication(const QString &folderName);
+    // A new coordinator with every existing store file opened.
+    std::unique_ptr<HBPersistentStoreCoordinator> centralPersistentStoreCoordinator();
+    // Opens the other coordinator's file here under the other's identifier.
+    HBPersistentStore *addStoreWithStore(HBPersistentStore *other);
+    HBPersistentStore *addStoreWithURL(const QUrl &url);
+
+    // The root context (private queue, on the coordinator).
+    HBManagedObjectContext *managedObjectContext();
+    // The main-thread child of the root context, for the user interface.
+    HBManagedObjectContext *mainQueueContext();
+    // A new private-queue context straight on the coordinator.
+    std::unique_ptr<HBManagedObjectContext> newManagedObjectContext();
+    // A new private-queue child of the root context.
+    std::unique_ptr<HBManagedObjectContext> newPrivateQueueContext();
+
+    // Saves the root context into the files; failures are logged.
+    void save();
+    // Saves the child into its parent, then starts (without waiting) a save
+    // of the parent.
+    void saveWithChildContext(HBManagedObjectContext *child);
+
+    // A small key/value table for the host application.
+    QVariant fetchBonusTableValueForKey(const QString &key);
+    void setBonusTableValue(const QVariant &value, const QString &key);
+
+    // Deletes track points and saves, before returning.
+    void deletePointsWithIDs(const QList<HBManagedObjectID> &pointIDs);
+    // Deletes track points straight from the files, in the background, then
+    // announces HBTrackManagerDidDeleteObjects on the main thread.
+    void deletePointsWithURIs(const QList<QUrl> &pointURIs);
+    void postDidDeleteObjects();
+
+    // Imports run here, one at a time (shared manager only).
+    HBOperationQueue *trackImportQueue() const { return m_trackImportQueue.get(); }
+    HBPredicate recentImportsPredicate() const;
+
+signals:
+    void didDeleteObjects();
+
+private:
+    enum class Role { Shared, Background };
+    explicit HBTrackManager(Role role);
+    ~HBTrackManager() override;
+    HBPersistentStoreCoordinator *coordinatorIfMade() const;
+
+    const Role m_role;
+    mutable QMutex m_mutex;   // the lazily made coordinator and contexts
+    std::unique_ptr<HBPersistentStoreCoordinator> m_coordinator;
+    std::unique_ptr<HBManagedObjectContext> m_managedObjectContext;
+    std::unique_ptr<HBManagedObjectContext> m_mainQueueContext;
+    std::unique_ptr<HBOperationQueue> m_trackImportQueue;
+    HBPredicate m_recentImportsPredicate;
+};

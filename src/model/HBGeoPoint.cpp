@@ -1,0 +1,222 @@
+#include "model/HBGeoPoint.h"
+
+#include "manager/HBTrackManager.h"
+#include "model/HBGeoPointSymbol.h"
+#include "platform/store/HBFetchRequest.h"
+#include "platform/store/HBManagedObjectContext.h"
+#include "platform/store/HBPropertyDescription.h"
+
+#include <QHash>
+#include <QTimeZone>
+
+namespace {
+
+// The derived keys that read an extra attribute, for key paths and sorting.
+const QHash<QString, QString> &additionsKeyForDerivedKey()
+{
+    static const QHash<QString, QString> keys{
+        {QStringLiteral("ageOfGPSData"), kHBGeoPointAgeOfGPSDataProperty},
+        {QStringLiteral("dgpsStationID"), kHBGeoPointDGPSStationIDProperty},
+        {QStringLiteral("horizontalDilutionOfPrecision"), kHBGeoPointHorizontalDilutionOfPrecisionProperty},
+        {QStringLiteral("verticalDilutionOfPrecision"), kHBGeoPointVerticalDilutionOfPrecisionProperty},
+        {QStringLiteral("positionDilutionOfPrecision"), kHBGeoPointPositionDilutionOfPrecisionProperty},
+        {QStringLiteral("numberOfSatellites"), kHBGeoPointNumberOfSatellitesProperty},
+        {QStringLiteral("fixType"), kHBGeoPointFixTypeProperty},
+        {QStringLiteral("geoidHeight"), kHBGeoPointGeoidHeightProperty},
+        {QStringLiteral("magneticVariation"), kHBGeoPointMagneticVariationProperty},
+        {QStringLiteral("link"), kHBGeoPointLinkProperty},
+    };
+    return keys;
+}
+
+std::optional<HBDecimal> asDecimal(const QVariant &value)
+{
+    if (!value.isValid())
+        return std::nullopt;
+    if (value.metaType() == QMetaType::fromType<HBDecimal>())
+        return value.value<HBDecimal>();
+    const HBDecimal parsed = HBDecimal::fromString(value.toString());
+    return parsed.isNaN() ? std::nullopt : std::optional<HBDecimal>(parsed);
+}
+
+std::optional<qint64> asInteger(const QVariant &value)
+{
+    if (!value.isValid())
+        return std::nullopt;
+    return value.toLongLong();
+}
+
+} // namespace
+
+void HBGeoPoint::awakeFromInsert()
+{
+    HBTrackManager::assignToStore(this);
+}
+
+std::optional<HBDecimal> HBGeoPoint::decimalForKey(const QString &key) const
+{
+    return asDecimal(valueForKey(key));
+}
+
+void HBGeoPoint::setDecimalForKey(const std::optional<HBDecimal> &value, const QString &key)
+{
+    setValueForKey(value && !value->isNaN() ? QVariant::fromValue(*value) : QVariant(), key);
+}
+
+std::optional<qint64> HBGeoPoint::integerForKey(const QString &key) const
+{
+    return asInteger(valueForKey(key));
+}
+
+void HBGeoPoint::setIntegerForKey(std::optional<qint64> value, const QString &key)
+{
+    setValueForKey(value ? QVariant::fromValue(*value) : QVariant(), key);
+}
+
+void HBGeoPoint::setTextForKey(const QString &text, const QString &key)
+{
+    setValueForKey(text.isNull() ? QVariant() : QVariant(text), key);
+}
+
+QDateTime HBGeoPoint::date() const
+{
+    return valueForKey(QStringLiteral("date")).toDateTime();
+}
+
+void HBGeoPoint::setDate(const QDateTime &date)
+{
+    setValueForKey(date.isValid() ? QVariant(date.toUTC()) : QVariant(), QStringLiteral("date"));
+    HBTrackManager::assignToStore(this);
+}
+
+QDateTime HBGeoPoint::localDate() const
+{
+    const int slot = property(QStringLiteral("localDate"))->index;
+    const QVariant cached = primitiveValue(slot);
+    if (cached.isValid())
+        return cached.toDateTime();
+    const QDateTime instant = date();
+    const HBManagedObject *zoneRecord = timeZone();
+    if (!instant.isValid() || !zoneRecord)
+        return {};
+    const QTimeZone zone(zoneRecord->valueForKey(QStringLiteral("name")).toString().toUtf8());
+    if (!zone.isValid())
+        return {};
+    const QDateTime local = instant.toTimeZone(zone);
+    const_cast<HBGeoPoint *>(this)->setPrimitiveValue(slot, local, false);
+    return local;
+}
+
+std::optional<bool> HBGeoPoint::wheelSensorIsPresent() const
+{
+    const QVariant v = valueForKey(QStringLiteral("wheelSensorIsPresent"));
+    return v.isValid() ? std::optional<bool>(v.toBool()) : std::nullopt;
+}
+
+void HBGeoPoint::setWheelSensorIsPresent(std::optional<bool> value)
+{
+    setValueForKey(value ? QVariant(*value) : QVariant(), QStringLiteral("wheelSensorIsPresent"));
+}
+
+HBGeoPointSymbol *HBGeoPoint::symbol() const
+{
+    return static_cast<HBGeoPointSymbol *>(objectForKey(QStringLiteral("symbol")));
+}
+
+void HBGeoPoint::setSymbol(HBGeoPointSymbol *symbol)
+{
+    setObjectForKey(symbol, QStringLiteral("symbol"));
+}
+
+QString HBGeoPoint::symbolName() const
+{
+    const HBGeoPointSymbol *s = symbol();
+    return s ? s->name() : QString();
+}
+
+void HBGeoPoint::setSymbolName(const QString &name)
+{
+    setSymbol(HBGeoPointSymbol::geoPointSymbolWithName(name, managedObjectContext()));
+}
+
+QPointF HBGeoPoint::point() const
+{
+    const std::optional<HBDecimal> x = longitude(), y = latitude();
+    return QPointF(x ? x->toDouble() : 0.0, y ? y->toDouble() : 0.0);
+}
+
+void HBGeoPoint::setPoint(QPointF point)
+{
+    setLongitude(HBDecimal::fromDouble(point.x()));
+    setLatitude(HBDecimal::fromDouble(point.y()));
+}
+
+HBManagedObject *HBGeoPoint::firstAdditionsRow(const QString &key) const
+{
+    HBManagedObjectContext *context = managedObjectContext();
+    if (!context)
+        return nullptr;
+    HBFetchRequest request(QStringLiteral("HBGeoPointAdditions"));
+    request.setPredicate(HBPredicate::format(QStringLiteral("point == %@ AND key == %@"),
+                                             {QVariant::fromValue(const_cast<HBGeoPoint *>(this)), key}));
+    const QList<HBManagedObject *> rows = context->executeFetchRequest(request);
+    return rows.isEmpty() ? nullptr : rows.first();
+}
+
+QVariant HBGeoPoint::fetchAdditionsTableValueForKey(const QString &key) const
+{
+    const HBManagedObject *row = firstAdditionsRow(key);
+    return row ? row->valueForKey(QStringLiteral("value")) : QVariant();
+}
+
+void HBGeoPoint::setAdditionsTableValue(const QVariant &value, const QString &key)
+{
+    if (HBManagedObject *row = firstAdditionsRow(key)) {
+        row->setValueForKey(value, QStringLiteral("value"));
+        return;
+    }
+    HBManagedObjectContext *context = managedObjectContext();
+    if (!context)
+        return;
+    HBManagedObject *row = context->insertNewObjectForEntityForName(QStringLiteral("HBGeoPointAdditions"));
+    row->setValueForKey(key, QStringLiteral("key"));
+    row->setValueForKey(value, QStringLiteral("value"));
+    row->setObjectForKey(this, QStringLiteral("point"));
+}
+
+std::optional<HBDecimal> HBGeoPoint::additionsDecimal(const QString &key) const
+{
+    return asDecimal(fetchAdditionsTableValueForKey(key));
+}
+
+void HBGeoPoint::setAdditionsDecimal(const std::optional<HBDecimal> &value, const QString &key)
+{
+    setAdditionsTableValue(value ? QVariant::fromValue(*value) : QVariant(), key);
+}
+
+std::optional<qint64> HBGeoPoint::additionsInteger(const QString &key) const
+{
+    return asInteger(fetchAdditionsTableValueForKey(key));
+}
+
+void HBGeoPoint::setAdditionsInteger(std::optional<qint64> value, const QString &key)
+{
+    setAdditionsTableValue(value ? QVariant::fromValue(*value) : QVariant(), key);
+}
+
+void HBGeoPoint::setAdditionsText(const QString &value, const QString &key)
+{
+    setAdditionsTableValue(value.isNull() ? QVariant() : QVariant(value), key);
+}
+
+QVariant HBGeoPoint::valueForUndefinedKey(const QString &key) const
+{
+    if (key == QLatin1String("point"))
+        return point();
+    if (key == QLatin1String("symbolName"))
+        return symbolName();
+    const auto additions = additionsKeyForDerivedKey().constFind(key);
+    if (additions != additionsKeyForDerivedKey().constEnd())
+        return fetchAdditionsTableValueForKey(*additions);
+    return HBManagedObject::valueForUndefinedKey(key);
+}

@@ -1,0 +1,48 @@
+#include "model/HBTrackPoint.h"
+
+#include "platform/HBLogging.h"
+#include "platform/store/HBManagedObjectContext.h"
+#include "platform/store/HBPersistentStoreCoordinator.h"
+#include "platform/store/HBPropertyDescription.h"
+
+std::optional<qint64> HBTrackPoint::order() const
+{
+    const QVariant v = valueForKey(QStringLiteral("order"));
+    return v.isValid() ? std::optional<qint64>(v.toLongLong()) : std::nullopt;
+}
+
+void HBTrackPoint::setOrder(std::optional<qint64> order)
+{
+    setValueForKey(order ? QVariant::fromValue(*order) : QVariant(), QStringLiteral("order"));
+}
+
+HBManagedObject *HBTrackPoint::trackSegment() const
+{
+    if (m_trackSegment)
+        return m_trackSegment;
+    const QString uri = trackSegmentURI();
+    HBManagedObjectContext *context = managedObjectContext();
+    if (uri.isEmpty() || !context || !context->persistentStoreCoordinator())
+        return nullptr;
+    const HBManagedObjectID id = context->persistentStoreCoordinator()->managedObjectIDForURIString(uri);
+    m_trackSegment = context->objectWithID(id);
+    return m_trackSegment;
+}
+
+void HBTrackPoint::willSave()
+{
+    if (isDeleted())
+        return;
+    HBManagedObject *segment = trackSegment();
+    if (!segment)
+        return;
+    HBError error;
+    if (!managedObjectContext()->obtainPermanentIDsForObjects({segment}, &error)) {
+        qCWarning(hbModel).noquote() << error.localizedDescription();
+        qCWarning(hbModel).noquote() << error.detailedErrorsDescription();
+        qCWarning(hbModel).noquote() << "Error occurred in HBTrackPoint willSave";
+    }
+    const QString uri = segment->objectID().uriString();
+    if (uri != trackSegmentURI())
+        setPrimitiveValue(property(QStringLiteral("trackSegmentURI"))->index, uri);
+}

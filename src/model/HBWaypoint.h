@@ -1,0 +1,40 @@
+#pragma once
+
+#include "model/HBGeoPoint.h"
+
+#include <QHash>
+#include <QVariant>
+
+#include <memory>
+
+class HBPointGeometry;
+struct HBPropertyDescription;
+
+// A named place. Waypoints stay in the central store with the tracks and
+// are shown on the map as features of their own.
+class HBWaypoint : public HBGeoPoint
+{
+public:
+    // absent reads as 0
+    qint64 order() const { return valueForKey(QStringLiteral("order")).toLongLong(); }
+    void setOrder(qint64 order) { setValueForKey(QVariant::fromValue(order), QStringLiteral("order")); }
+
+    // As a map feature.
+    QString featureName() const { return name(); }
+    QString featureDescription() const { return QStringLiteral("No Description."); }
+    QString kind() const { return QStringLiteral("Waypoint"); }
+    bool allowsInteraction() const { return true; }
+    // Made from the position at first use and kept: moving the waypoint
+    // later does not move it.
+    std::shared_ptr<HBPointGeometry> geometry() const;
+    // The attributes a feature inspector shows: "name" and "kind", both text.
+    static QHash<QString, HBPropertyDescription> propertiesByName();
+
+    // Whoever shows the waypoint on a map may hang its own object here.
+    QVariant objectOwner() const { return m_objectOwner; }
+    void setObjectOwner(const QVariant &owner) { m_objectOwner = owner; }
+
+private:
+    mutable std::shared_ptr<HBPointGeometry> m_geometry;
+    QVariant m_objectOwner;
+};
