@@ -123,8 +123,20 @@ void addSourceEntities(HBManagedObjectModel &m)
     bonus.addAttribute(QStringLiteral("value"), T::Variant);
 }
 
+// Predicates take record pointers of any class as arguments.
+template<class Record> void registerRecordClass()
+{
+    QMetaType::registerConverter<Record *, HBManagedObject *>([](Record *r) { return static_cast<HBManagedObject *>(r); });
+}
+
 HBManagedObjectModel *buildModel()
 {
+    registerRecordClass<HBGeoPoint>();
+    registerRecordClass<HBTrackPoint>();
+    registerRecordClass<HBWaypoint>();
+    registerRecordClass<HBGeoPointSymbol>();
+    registerRecordClass<HBGeoPointAdditions>();
+
     auto *m = new HBManagedObjectModel;
     addPointEntities(*m);
     addTrackEntities(*m);

@@ -210,7 +210,10 @@ QString HBPredicate::predicateFormat() const
 
 QVariant HBPredicate::normalizedValue(const QVariant &value)
 {
-    if (value.metaType() == QMetaType::fromType<HBManagedObject *>()) {
+    const QMetaType managedObject = QMetaType::fromType<HBManagedObject *>();
+    // record classes register a conversion of their pointers to the base
+    if (value.metaType() == managedObject
+        || ((value.metaType().flags() & QMetaType::IsPointer) && QMetaType::canConvert(value.metaType(), managedObject))) {
         const HBManagedObject *object = value.value<HBManagedObject *>();
         return object ? QVariant::fromValue(object->objectID()) : QVariant();
     }
