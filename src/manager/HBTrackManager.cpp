@@ -1,5 +1,6 @@
 #include "manager/HBTrackManager.h"
 
+#include "model/HBGeoPoint.h"
 #include "model/HBTrackDataModel.h"
 #include "platform/HBLogging.h"
 #include "platform/HBMainThread.h"
@@ -314,14 +315,14 @@ std::unique_ptr<HBPersistentStoreCoordinator> HBTrackManager::centralPersistentS
 HBPersistentStore *HBTrackManager::primaryPersistentStoreForCoordinator(HBPersistentStoreCoordinator *coordinator)
 {
     const HBPersistentStore *primary = registeredStore(kPrimaryStoreKey);
-    return primary && coordinator ? coordinator->persistentStoreForURL(primary->URL()) : nullptr;
+    return primary && coordinator ? coordinator->persistentStoreForPath(primary->path()) : nullptr;
 }
 
 HBPersistentStore *HBTrackManager::persistentStoreForCoordinator(HBPersistentStoreCoordinator *coordinator,
                                                                  const QDateTime &date)
 {
     const HBPersistentStore *registered = registeredStore(storeKeyForDate(date));
-    return registered && coordinator ? coordinator->persistentStoreForURL(registered->URL()) : nullptr;
+    return registered && coordinator ? coordinator->persistentStoreForPath(registered->path()) : nullptr;
 }
 
 HBPersistentStore *HBTrackManager::addPersistentStoreForCoordinator(HBPersistentStoreCoordinator *coordinator,
@@ -395,7 +396,8 @@ void HBTrackManager::assignToStore(HBManagedObject *object)
     if (object->entity()->name() == QLatin1String("HBWaypoint")) {
         store = primaryPersistentStoreForCoordinator(coordinator);
     } else {
-        const QDateTime date = object->valueForKey(QStringLiteral("date")).toDateTime();
+        const auto *point = dynamic_cast<const HBGeoPoint *>(object);
+        const QDateTime date = point ? point->date() : object->valueForKey(QStringLiteral("date")).toDateTime();
         store = persistentStoreForCoordinator(coordinator, date);
         if (!store) {
             QMutex *lock = persistentStoreLock();

@@ -2,12 +2,18 @@
 
 #include "manager/HBTrackManager.h"
 #include "model/HBGeoPointSymbol.h"
+#include "model/HBTrackDataModel.h"
+#include "platform/store/HBEntityDescription.h"
 #include "platform/store/HBFetchRequest.h"
 #include "platform/store/HBManagedObjectContext.h"
+#include "platform/store/HBManagedObjectModel.h"
 #include "platform/store/HBPropertyDescription.h"
 
 #include <QHash>
 #include <QTimeZone>
+
+#include <array>
+#include <iterator>
 
 namespace {
 
@@ -53,45 +59,61 @@ void HBGeoPoint::awakeFromInsert()
     HBTrackManager::assignToStore(this);
 }
 
-std::optional<HBDecimal> HBGeoPoint::decimalForKey(const QString &key) const
+int HBGeoPoint::slotOf(Attribute attribute)
 {
-    return asDecimal(valueForKey(key));
+    static const std::array<int, size_t(Attribute::Count)> slotByAttribute = [] {
+        const HBEntityDescription *entity = HBTrackDataModel::model()->entityNamed(QStringLiteral("HBGeoPoint"));
+        std::array<int, size_t(Attribute::Count)> found{};
+        const char *names[] = {"latitude", "longitude", "elevation", "depth", "temperature", "wheelSensorDistance",
+                               "date", "cadence", "heartRate", "wheelSensorIsPresent", "gpsComment", "name", "notes",
+                               "sourceOfData", "localDate"};
+        static_assert(std::size(names) == size_t(Attribute::Count));
+        for (size_t i = 0; i < found.size(); ++i)
+            found[i] = entity->propertyNamed(QLatin1String(names[i]))->index;
+        return found;
+    }();
+    return slotByAttribute[size_t(attribute)];
 }
 
-void HBGeoPoint::setDecimalForKey(const std::optional<HBDecimal> &value, const QString &key)
+std::optional<HBDecimal> HBGeoPoint::decimal(Attribute attribute) const
 {
-    setValueForKey(value && !value->isNaN() ? QVariant::fromValue(*value) : QVariant(), key);
+    return asDecimal(attributeValue(attribute));
 }
 
-std::optional<qint64> HBGeoPoint::integerForKey(const QString &key) const
+void HBGeoPoint::setDecimal(const std::optional<HBDecimal> &value, Attribute attribute)
 {
-    return asInteger(valueForKey(key));
+    setPrimitiveValue(slotOf(attribute), value && !value->isNaN() ? QVariant::fromValue(*value) : QVariant());
 }
 
-void HBGeoPoint::setIntegerForKey(std::optional<qint64> value, const QString &key)
+std::optional<qint64> HBGeoPoint::integer(Attribute attribute) const
 {
-    setValueForKey(value ? QVariant::fromValue(*value) : QVariant(), key);
+    return asInteger(attributeValue(attribute));
 }
 
-void HBGeoPoint::setTextForKey(const QString &text, const QString &key)
+void HBGeoPoint::setInteger(std::optional<qint64> value, Attribute attribute)
 {
-    setValueForKey(text.isNull() ? QVariant() : QVariant(text), key);
+    setPrimitiveValue(slotOf(attribute), value ? QVariant::fromValue(*value) : QVariant());
+}
+
+void HBGeoPoint::setText(const QString &text, Attribute attribute)
+{
+    setPrimitiveValue(slotOf(attribute), text.isNull() ? QVariant() : QVariant(text));
 }
 
 QDateTime HBGeoPoint::date() const
 {
-    return valueForKey(QStringLiteral("date")).toDateTime();
+    return attributeValue(Attribute::Date).toDateTime();
 }
 
 void HBGeoPoint::setDate(const QDateTime &date)
 {
-    setValueForKey(date.isValid() ? QVariant(date.toUTC()) : QVariant(), QStringLiteral("date"));
+    setPrimitiveValue(slotOf(Attribute::Date), date.isValid() ? QVariant(date.toUTC()) : QVariant());
     HBTrackManager::assignToStore(this);
 }
 
 QDateTime HBGeoPoint::localDate() const
 {
-    const int slot = property(QStringLiteral("localDate"))->index;
+    const int slot = slotOf(Attribute::LocalDate);
     const QVariant cached = primitiveValue(slot);
     if (cached.isValid())
         return cached.toDateTime();
@@ -109,13 +131,13 @@ QDateTime HBGeoPoint::localDate() const
 
 std::optional<bool> HBGeoPoint::wheelSensorIsPresent() const
 {
-    const QVariant v = valueForKey(QStringLiteral("wheelSensorIsPresent"));
+    const QVariant v = attributeValue(Attribute::WheelSensorIsPresent);
     return v.isValid() ? std::optional<bool>(v.toBool()) : std::nullopt;
 }
 
 void HBGeoPoint::setWheelSensorIsPresent(std::optional<bool> value)
 {
-    setValueForKey(value ? QVariant(*value) : QVariant(), QStringLiteral("wheelSensorIsPresent"));
+    setPrimitiveValue(slotOf(Attribute::WheelSensorIsPresent), value ? QVariant(*value) : QVariant());
 }
 
 HBGeoPointSymbol *HBGeoPoint::symbol() const

@@ -36,21 +36,21 @@ inline const QString kHBTrackLinkProperty = QStringLiteral("com.fernwick.link");
 class HBGeoPoint : public HBManagedObject
 {
 public:
-    std::optional<HBDecimal> latitude() const { return decimalForKey(QStringLiteral("latitude")); }
-    std::optional<HBDecimal> longitude() const { return decimalForKey(QStringLiteral("longitude")); }
-    std::optional<HBDecimal> elevation() const { return decimalForKey(QStringLiteral("elevation")); }
+    std::optional<HBDecimal> latitude() const { return decimal(Attribute::Latitude); }
+    std::optional<HBDecimal> longitude() const { return decimal(Attribute::Longitude); }
+    std::optional<HBDecimal> elevation() const { return decimal(Attribute::Elevation); }
     // A not-a-number value is stored as absent.
-    void setLatitude(const std::optional<HBDecimal> &value) { setDecimalForKey(value, QStringLiteral("latitude")); }
-    void setLongitude(const std::optional<HBDecimal> &value) { setDecimalForKey(value, QStringLiteral("longitude")); }
-    void setElevation(const std::optional<HBDecimal> &value) { setDecimalForKey(value, QStringLiteral("elevation")); }
-    std::optional<HBDecimal> depth() const { return decimalForKey(QStringLiteral("depth")); }
-    void setDepth(const std::optional<HBDecimal> &value) { setDecimalForKey(value, QStringLiteral("depth")); }
-    std::optional<HBDecimal> temperature() const { return decimalForKey(QStringLiteral("temperature")); }
-    void setTemperature(const std::optional<HBDecimal> &value) { setDecimalForKey(value, QStringLiteral("temperature")); }
-    std::optional<HBDecimal> wheelSensorDistance() const { return decimalForKey(QStringLiteral("wheelSensorDistance")); }
+    void setLatitude(const std::optional<HBDecimal> &value) { setDecimal(value, Attribute::Latitude); }
+    void setLongitude(const std::optional<HBDecimal> &value) { setDecimal(value, Attribute::Longitude); }
+    void setElevation(const std::optional<HBDecimal> &value) { setDecimal(value, Attribute::Elevation); }
+    std::optional<HBDecimal> depth() const { return decimal(Attribute::Depth); }
+    void setDepth(const std::optional<HBDecimal> &value) { setDecimal(value, Attribute::Depth); }
+    std::optional<HBDecimal> temperature() const { return decimal(Attribute::Temperature); }
+    void setTemperature(const std::optional<HBDecimal> &value) { setDecimal(value, Attribute::Temperature); }
+    std::optional<HBDecimal> wheelSensorDistance() const { return decimal(Attribute::WheelSensorDistance); }
     void setWheelSensorDistance(const std::optional<HBDecimal> &value)
     {
-        setDecimalForKey(value, QStringLiteral("wheelSensorDistance"));
+        setDecimal(value, Attribute::WheelSensorDistance);
     }
 
     // The time of the fix, in UTC; invalid when there is none.
@@ -60,21 +60,21 @@ public:
     // even when the date or the zone change later.
     QDateTime localDate() const;
 
-    std::optional<qint64> cadence() const { return integerForKey(QStringLiteral("cadence")); }
-    void setCadence(std::optional<qint64> value) { setIntegerForKey(value, QStringLiteral("cadence")); }
-    std::optional<qint64> heartRate() const { return integerForKey(QStringLiteral("heartRate")); }
-    void setHeartRate(std::optional<qint64> value) { setIntegerForKey(value, QStringLiteral("heartRate")); }
+    std::optional<qint64> cadence() const { return integer(Attribute::Cadence); }
+    void setCadence(std::optional<qint64> value) { setInteger(value, Attribute::Cadence); }
+    std::optional<qint64> heartRate() const { return integer(Attribute::HeartRate); }
+    void setHeartRate(std::optional<qint64> value) { setInteger(value, Attribute::HeartRate); }
     std::optional<bool> wheelSensorIsPresent() const;
     void setWheelSensorIsPresent(std::optional<bool> value);
 
-    QString gpsComment() const { return valueForKey(QStringLiteral("gpsComment")).toString(); }
-    void setGpsComment(const QString &text) { setTextForKey(text, QStringLiteral("gpsComment")); }
-    QString name() const { return valueForKey(QStringLiteral("name")).toString(); }
-    void setName(const QString &text) { setTextForKey(text, QStringLiteral("name")); }
-    QString notes() const { return valueForKey(QStringLiteral("notes")).toString(); }
-    void setNotes(const QString &text) { setTextForKey(text, QStringLiteral("notes")); }
-    QString sourceOfData() const { return valueForKey(QStringLiteral("sourceOfData")).toString(); }
-    void setSourceOfData(const QString &text) { setTextForKey(text, QStringLiteral("sourceOfData")); }
+    QString gpsComment() const { return attributeValue(Attribute::GpsComment).toString(); }
+    void setGpsComment(const QString &text) { setText(text, Attribute::GpsComment); }
+    QString name() const { return attributeValue(Attribute::Name).toString(); }
+    void setName(const QString &text) { setText(text, Attribute::Name); }
+    QString notes() const { return attributeValue(Attribute::Notes).toString(); }
+    void setNotes(const QString &text) { setText(text, Attribute::Notes); }
+    QString sourceOfData() const { return attributeValue(Attribute::SourceOfData).toString(); }
+    void setSourceOfData(const QString &text) { setText(text, Attribute::SourceOfData); }
 
     HBGeoPointSymbol *symbol() const;
     void setSymbol(HBGeoPointSymbol *symbol);
@@ -144,11 +144,19 @@ protected:
     QVariant valueForUndefinedKey(const QString &key) const override;
 
 private:
-    std::optional<HBDecimal> decimalForKey(const QString &key) const;
-    void setDecimalForKey(const std::optional<HBDecimal> &value, const QString &key);
-    std::optional<qint64> integerForKey(const QString &key) const;
-    void setIntegerForKey(std::optional<qint64> value, const QString &key);
-    void setTextForKey(const QString &text, const QString &key);
+    // The stored attributes, read and written by slot: points come by the
+    // million, and a lookup by name for each value would show.
+    enum class Attribute {
+        Latitude, Longitude, Elevation, Depth, Temperature, WheelSensorDistance, Date, Cadence, HeartRate,
+        WheelSensorIsPresent, GpsComment, Name, Notes, SourceOfData, LocalDate, Count
+    };
+    static int slotOf(Attribute attribute);
+    QVariant attributeValue(Attribute attribute) const { return primitiveValue(slotOf(attribute)); }
+    std::optional<HBDecimal> decimal(Attribute attribute) const;
+    void setDecimal(const std::optional<HBDecimal> &value, Attribute attribute);
+    std::optional<qint64> integer(Attribute attribute) const;
+    void setInteger(std::optional<qint64> value, Attribute attribute);
+    void setText(const QString &text, Attribute attribute);
     std::optional<HBDecimal> additionsDecimal(const QString &key) const;
     void setAdditionsDecimal(const std::optional<HBDecimal> &value, const QString &key);
     std::optional<qint64> additionsInteger(const QString &key) const;

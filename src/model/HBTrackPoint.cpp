@@ -1,19 +1,34 @@
 #include "model/HBTrackPoint.h"
 
+#include "model/HBTrackDataModel.h"
 #include "platform/HBLogging.h"
+#include "platform/store/HBEntityDescription.h"
 #include "platform/store/HBManagedObjectContext.h"
+#include "platform/store/HBManagedObjectModel.h"
 #include "platform/store/HBPersistentStoreCoordinator.h"
 #include "platform/store/HBPropertyDescription.h"
 
+namespace {
+
+// by slot, since every imported point sets it
+int orderSlot()
+{
+    static const int slot =
+        HBTrackDataModel::model()->entityNamed(QStringLiteral("HBTrackPoint"))->propertyNamed(QStringLiteral("order"))->index;
+    return slot;
+}
+
+} // namespace
+
 std::optional<qint64> HBTrackPoint::order() const
 {
-    const QVariant v = valueForKey(QStringLiteral("order"));
+    const QVariant v = primitiveValue(orderSlot());
     return v.isValid() ? std::optional<qint64>(v.toLongLong()) : std::nullopt;
 }
 
 void HBTrackPoint::setOrder(std::optional<qint64> order)
 {
-    setValueForKey(order ? QVariant::fromValue(*order) : QVariant(), QStringLiteral("order"));
+    setPrimitiveValue(orderSlot(), order ? QVariant::fromValue(*order) : QVariant());
 }
 
 HBManagedObject *HBTrackPoint::trackSegment() const

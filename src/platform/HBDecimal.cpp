@@ -1,5 +1,7 @@
 #include "platform/HBDecimal.h"
 
+#include <QVariant>
+
 #include <QDataStream>
 #include <QDebug>
 #include <QHashFunctions>
@@ -11,6 +13,9 @@
 #include <limits>
 #include <optional>
 #include <string_view>
+
+// A point holds several decimals; each must fit inside its QVariant.
+static_assert(QVariant::Private::CanUseInternalSpace<HBDecimal>);
 
 namespace {
 
@@ -275,7 +280,7 @@ HBDecimal HBDecimal::normalized() const
         return value;
     }
     while (value.m_coefficient % 10 == 0) {
-        value.m_coefficient /= 10;
+        value.m_coefficient = value.m_coefficient / 10;
         ++value.m_exponent;
     }
     return value;

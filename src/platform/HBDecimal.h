@@ -68,7 +68,23 @@ private:
     HBDecimal normalized() const;
     int signum() const;
 
-    Coefficient m_coefficient = 0;
+    // Two 64-bit halves rather than one 128-bit integer: the 16-byte
+    // alignment of the latter would make the value too big for a QVariant
+    // to hold inline, and every point would pay heap allocations for its
+    // coordinates.
+    struct PackedCoefficient
+    {
+        quint64 low = 0;
+        quint64 high = 0;
+        operator Coefficient() const { return (Coefficient(high) << 64) | low; }
+        PackedCoefficient &operator=(Coefficient c)
+        {
+            low = quint64(c);
+            high = quint64(c >> 64);
+            return *this;
+        }
+    };
+    PackedCoefficient m_coefficient;
     int m_exponent = 0;
     bool m_negative = false;
     bool m_isNaN = true;

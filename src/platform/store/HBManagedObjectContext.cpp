@@ -262,7 +262,7 @@ bool HBManagedObjectContext::fulfillFault(HBManagedObject *object)
                 values = valuesAsIDs(p->m_values);
         });
     } else if (!id.isTemporaryID()) {
-        HBPersistentStore *store = m_coordinator ? m_coordinator->persistentStoreForIdentifier(id.storeIdentifier()) : nullptr;
+        HBPersistentStore *store = m_coordinator ? m_coordinator->persistentStoreForIdentifierToken(id.storeToken()) : nullptr;
         std::optional<HBStoreRow> row = store ? store->rowForObjectID(id) : std::nullopt;
         if (row && row->entity)
             values = std::move(row->values);
@@ -417,7 +417,7 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
             }
             filterAll = filterAll || !rows.filtered;
             ++sources;
-            const QString identifier = store->identifier();
+            const quint32 identifier = store->identifierToken();
             for (HBStoreRow &row : rows.rows) {
                 if (row.entity)
                     candidates.append(adopt(HBManagedObjectID::permanentID(row.entity, identifier, row.primaryKey),
@@ -516,7 +516,7 @@ HBPersistentStore *HBManagedObjectContext::storeOfRelatedRecord(const HBManagedO
         if (id.isNull())
             continue;
         if (!id.isTemporaryID())
-            store = coordinator->persistentStoreForIdentifier(id.storeIdentifier());
+            store = coordinator->persistentStoreForIdentifierToken(id.storeToken());
         else if (const HBManagedObject *registered = target ? target : d->registered.value(id))
             store = registered->m_assignedStore;
         if (store && store->holdsEntity(object->m_entity))
@@ -552,7 +552,7 @@ bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedO
         const std::optional<qint64> first = it.key().first->reservePrimaryKeys(it.key().second, it.value().size(), error);
         if (!first)
             return false;
-        const QString identifier = it.key().first->identifier();
+        const quint32 identifier = it.key().first->identifierToken();
         qint64 key = *first;
         for (HBManagedObject *object : it.value()) {
             const HBManagedObjectID permanent = HBManagedObjectID::permanentID(object->m_entity, identifier, key++);
@@ -750,7 +750,7 @@ bool HBManagedObjectContext::save(HBError *error)
         QHash<HBPersistentStore *, StoreWork> work;
         QList<HBPersistentStore *> order;
         auto storeOf = [this](const HBManagedObjectID &id) {
-            return m_coordinator->persistentStoreForIdentifier(id.storeIdentifier());
+            return m_coordinator->persistentStoreForIdentifierToken(id.storeToken());
         };
         auto place = [&](HBManagedObject *o, std::vector<HBManagedObject *> PendingChanges::*list) -> bool {
             HBPersistentStore *store = storeOf(o->m_objectID);

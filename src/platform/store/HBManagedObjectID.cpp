@@ -66,10 +66,15 @@ HBManagedObjectID HBManagedObjectID::temporaryID(const HBEntityDescription *enti
 HBManagedObjectID HBManagedObjectID::permanentID(const HBEntityDescription *entity,
                                                  const QString &storeIdentifier, qint64 primaryKey)
 {
+    return permanentID(entity, internStoreIdentifier(storeIdentifier), primaryKey);
+}
+
+HBManagedObjectID HBManagedObjectID::permanentID(const HBEntityDescription *entity, quint32 storeToken, qint64 primaryKey)
+{
     HBManagedObjectID id;
     id.m_entity = entity;
     id.m_key = primaryKey;
-    id.m_store = internStoreIdentifier(storeIdentifier);
+    id.m_store = storeToken;
     return id;
 }
 

@@ -22,11 +22,14 @@ public:
     static HBManagedObjectID temporaryID(const HBEntityDescription *entity);
     static HBManagedObjectID permanentID(const HBEntityDescription *entity, const QString &storeIdentifier,
                                          qint64 primaryKey);
+    static HBManagedObjectID permanentID(const HBEntityDescription *entity, quint32 storeToken, qint64 primaryKey);
 
     bool isNull() const { return m_entity == nullptr; }
     bool isTemporaryID() const { return m_temporary; }
     const HBEntityDescription *entity() const { return m_entity; }
     QString storeIdentifier() const;
+    // The store identifier as interned by internStoreIdentifier; 0 while temporary.
+    quint32 storeToken() const { return m_store; }
     qint64 primaryKey() const { return m_temporary ? 0 : m_key; }
 
     QUrl URIRepresentation() const;

@@ -76,6 +76,14 @@ struct HBPersistentStore::Private
 {
     std::unique_ptr<sqlite3, DatabaseCloser> db;
     QString identifier;
+    // the identifier as interned for object IDs, read without the store's lock
+    std::atomic<quint32> identifierToken{0};
+
+    void setIdentifier(const QString &text)
+    {
+        identifier = text;
+        identifierToken = HBManagedObjectID::internStoreIdentifier(text);
+    }
     QHash<const HBEntityDescription *, HBStoreTable *> tableByRoot;
     std::vector<std::unique_ptr<HBStoreTable>> tables;
     HBSqliteStatement reserveKeys;
@@ -165,14 +173,16 @@ bool HBPersistentStore::Private::createOrUpgradeTable(HBStoreTable &t, HBError *
         if (!exec(QStringLiteral("ALTER TABLE %1 ADD COLUMN %2").arg(quoted(t.name), quoted(c.name)), error))
             return false;
     }
-    QStringList indexed{QStringLiteral("Z_ENT")};
+    // Relationship keys are indexed where they are set: most point rows
+    // have no symbol, zone, source or event, and a million-point import
+    // should not pay an index entry for each of those empty keys.
     for (const HBStoreColumn &c : t.columns) {
-        if (c.kind == HBStoreColumn::Kind::ForeignKey)
-            indexed << c.name;
-    }
-    for (const QString &column : indexed) {
-        if (!exec(QStringLiteral("CREATE INDEX IF NOT EXISTS %1 ON %2 (%3)")
-                      .arg(quoted(t.name + QStringLiteral("_") + column), quoted(t.name), quoted(column)), error))
+        if (c.kind != HBStoreColumn::Kind::ForeignKey)
+            continue;
+        if (!exec(QStringLiteral("CREATE INDEX IF NOT EXISTS %1 ON %2 (%3) WHERE %3 IS NOT NULL")
+                      .arg(quoted(t.name + QStringLiteral("_") + c.name + QStringLiteral("_set")), quoted(t.name),
+                           quoted(c.name)),
+                  error))
             return false;
     }
     return exec(QStringLiteral("INSERT OR IGNORE INTO Z_PRIMARYKEY (Z_NAME, Z_MAX) VALUES ('%1', 0)").arg(t.name), error);
@@ -289,7 +299,7 @@ HBStoreRow HBPersistentStore::Private::readRow(const HBStoreTable &t, const HBSq
                 if (const HBEntityDescription *e = model->entityWithID(int(stmt.int64(column + 1))))
                     destination = e;
             }
-            value = QVariant::fromValue(HBManagedObjectID::permanentID(destination, identifier, stmt.int64(column)));
+            value = QVariant::fromValue(HBManagedObjectID::permanentID(destination, identifierToken.load(), stmt.int64(column)));
         } else {
             switch (c.type) {
             case HBAttributeType::Decimal:
@@ -396,8 +406,7 @@ std::optional<QString> HBPersistentStore::Private::compileComparison(const HBSto
         if (isKey) {
             const HBManagedObjectID id = v.value<HBManagedObjectID>();
             if (v.metaType() != QMetaType::fromType<HBManagedObjectID>() || id.isTemporaryID()
-                || HBManagedObjectID::internStoreIdentifier(identifier)
-                       != HBManagedObjectID::internStoreIdentifier(id.storeIdentifier())) {
+                || id.storeToken() != identifierToken.load()) {
                 *matchable = false;
                 return {};
             }
@@ -515,9 +524,9 @@ bool HBPersistentStore::load(HBError *error)
                                   QStringLiteral("The store was written by a newer version (schema %1).").arg(meta.int64(0)));
                 return false;
             }
-            d->identifier = meta.text(1);
+            d->setIdentifier(meta.text(1));
         } else {
-            d->identifier = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+            d->setIdentifier(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper());
             HBSqliteStatement insert(d->db.get(), QStringLiteral("INSERT INTO Z_METADATA VALUES (?, ?)"));
             insert.bindInt64(1, kSchemaVersion);
             insert.bindText(2, d->identifier);
@@ -555,6 +564,11 @@ bool HBPersistentStore::holdsEntity(const HBEntityDescription *entity) const
     return m_model->configurationContains(m_configuration, entity) && d->table(entity);
 }
 
+quint32 HBPersistentStore::identifierToken() const
+{
+    return d->identifierToken.load();
+}
+
 QString HBPersistentStore::identifier() const
 {
     QMutexLocker lock(&m_mutex);
@@ -574,7 +588,7 @@ bool HBPersistentStore::setIdentifier(const QString &identifier)
         qCWarning(hbStore) << "The identifier of" << m_path << "could not be written:" << update.errorString();
         return false;
     }
-    d->identifier = identifier;
+    d->setIdentifier(identifier);
     return true;
 }
 

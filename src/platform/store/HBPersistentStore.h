@@ -45,6 +45,8 @@ public:
     bool holdsEntity(const HBEntityDescription *entity) const;
 
     QString identifier() const;
+    // The identifier as object IDs carry it (interned, case-insensitive).
+    quint32 identifierToken() const;
     // Kept in the file, so that the store keeps its identity across runs.
     bool setIdentifier(const QString &identifier);
 

@@ -37,7 +37,11 @@ QList<HBPersistentStore *> HBPersistentStoreCoordinator::persistentStores() cons
 
 HBPersistentStore *HBPersistentStoreCoordinator::persistentStoreForURL(const QUrl &url) const
 {
-    const QString path = QFileInfo(url.toLocalFile()).absoluteFilePath();
+    return persistentStoreForPath(QFileInfo(url.toLocalFile()).absoluteFilePath());
+}
+
+HBPersistentStore *HBPersistentStoreCoordinator::persistentStoreForPath(const QString &path) const
+{
     QReadLocker lock(&m_storesLock);
     // The newest store for a file wins: a file may be open twice under
     // different configurations, and the later one is the one in use.
@@ -50,10 +54,14 @@ HBPersistentStore *HBPersistentStoreCoordinator::persistentStoreForURL(const QUr
 
 HBPersistentStore *HBPersistentStoreCoordinator::persistentStoreForIdentifier(const QString &identifier) const
 {
-    const quint32 wanted = HBManagedObjectID::internStoreIdentifier(identifier);
+    return persistentStoreForIdentifierToken(HBManagedObjectID::internStoreIdentifier(identifier));
+}
+
+HBPersistentStore *HBPersistentStoreCoordinator::persistentStoreForIdentifierToken(quint32 token) const
+{
     QReadLocker lock(&m_storesLock);
     for (auto it = m_stores.rbegin(); it != m_stores.rend(); ++it) {
-        if (HBManagedObjectID::internStoreIdentifier((*it)->identifier()) == wanted)
+        if ((*it)->identifierToken() == token)
             return it->get();
     }
     return nullptr;
@@ -84,7 +92,7 @@ HBManagedObjectID HBPersistentStoreCoordinator::managedObjectIDForURIRepresentat
     HBPersistentStore *store = persistentStoreForIdentifier(uri.host());
     if (!store || !store->holdsEntity(entity))
         return {};
-    return HBManagedObjectID::permanentID(entity, store->identifier(), key);
+    return HBManagedObjectID::permanentID(entity, store->identifierToken(), key);
 }
 
 HBManagedObjectID HBPersistentStoreCoordinator::managedObjectIDForURIString(const QString &uri) const

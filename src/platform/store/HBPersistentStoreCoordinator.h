@@ -35,7 +35,10 @@ public:
     HBPersistentStore *addPersistentStore(const QString &configuration, const QString &path, HBError *error);
     QList<HBPersistentStore *> persistentStores() const;
     HBPersistentStore *persistentStoreForURL(const QUrl &url) const;
+    // the same for an absolute file path, as HBPersistentStore::path() gives it
+    HBPersistentStore *persistentStoreForPath(const QString &path) const;
     HBPersistentStore *persistentStoreForIdentifier(const QString &identifier) const;
+    HBPersistentStore *persistentStoreForIdentifierToken(quint32 token) const;
     HBPersistentStore *defaultStoreForEntity(const HBEntityDescription *entity) const;
 
     // The ID named by a permanent URI of a store of this coordinator; a null
