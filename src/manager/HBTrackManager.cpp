@@ -68,6 +68,7 @@ struct ProcessState
     QString pointFolder;
     QString cacheFolder;
     QHash<QString, HBPersistentStore *> registry;
+    std::atomic<quint64> registryGeneration{0};   // changes with every registration
     HBTrackManager::ErrorPresenter presentError = defaultErrorPresenter;
     HBTrackManager::FatalStartupReport reportFatal = defaultFatalStartupReport;
 };
@@ -89,10 +90,12 @@ HBPersistentStore *registeredStore(const QString &key)
 void registerOrAdoptIdentifier(const QString &key, HBPersistentStore *store)
 {
     QMutexLocker lock(&process().valuesLock);
-    if (HBPersistentStore *first = process().registry.value(key))
+    if (HBPersistentStore *first = process().registry.value(key)) {
         store->setIdentifier(first->identifier());
-    else
+    } else {
         process().registry.insert(key, store);
+        ++process().registryGeneration;
+    }
 }
 
 void presentError(const HBError &error)
@@ -321,8 +324,33 @@ HBPersistentStore *HBTrackManager::primaryPersistentStoreForCoordinator(HBPersis
 HBPersistentStore *HBTrackManager::persistentStoreForCoordinator(HBPersistentStoreCoordinator *coordinator,
                                                                  const QDateTime &date)
 {
-    const HBPersistentStore *registered = registeredStore(storeKeyForDate(date));
-    return registered && coordinator ? coordinator->persistentStoreForPath(registered->path()) : nullptr;
+    if (!coordinator)
+        return nullptr;
+    // An import asks this twice per point (once without a date, when the
+    // point is made, then with it), nearly always for the stores it asked
+    // for last; an answer holds until a store is added or registered.
+    struct LastAnswer
+    {
+        const HBPersistentStoreCoordinator *coordinator = nullptr;
+        quint64 storesGeneration = 0;
+        quint64 registryGeneration = 0;
+        std::optional<qint64> period;
+        HBPersistentStore *store = nullptr;
+    };
+    thread_local LastAnswer lastAnswers[2];   // without a date, with one
+    const std::optional<qint64> period = date.isValid() ? std::optional(periodNumberForDate(date)) : std::nullopt;
+    LastAnswer &last = lastAnswers[period.has_value()];
+    const quint64 storesGeneration = coordinator->storesGeneration();
+    const quint64 registryGeneration = process().registryGeneration.load();
+    if (last.store && last.coordinator == coordinator && last.period == period
+        && last.storesGeneration == storesGeneration && last.registryGeneration == registryGeneration)
+        return last.store;
+
+    const HBPersistentStore *registered =
+        registeredStore(period ? QString::number(*period) : kDatelessStoreKey);
+    HBPersistentStore *store = registered ? coordinator->persistentStoreForPath(registered->path()) : nullptr;
+    last = {coordinator, storesGeneration, registryGeneration, period, store};
+    return store;
 }
 
 HBPersistentStore *HBTrackManager::addPersistentStoreForCoordinator(HBPersistentStoreCoordinator *coordinator,
@@ -339,6 +367,7 @@ HBPersistentStore *HBTrackManager::addPersistentStoreForCoordinator(HBPersistent
         {
             QMutexLocker lock(&process().valuesLock);
             process().registry.insert(key, store);
+            ++process().registryGeneration;
         }
         HBTrackManager *background = process().background.load();
         if (background && coordinator == background->coordinatorIfMade()) {

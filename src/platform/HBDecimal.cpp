@@ -240,28 +240,33 @@ double HBDecimal::toDouble() const
 
 QString HBDecimal::toString() const
 {
+    return QString::fromLatin1(toLatin1());
+}
+
+QByteArray HBDecimal::toLatin1() const
+{
     if (m_isNaN)
-        return QStringLiteral("NaN");
+        return QByteArrayLiteral("NaN");
     const Digits coefficientDigits(m_coefficient);
     const std::string_view digits = coefficientDigits.view();
-    QString text;
+    const qsizetype count = qsizetype(digits.size());
+    const qsizetype scale = std::max(0, -m_exponent);
+    const qsizetype integerDigits = count - scale;
+    QByteArray text;
+    text.reserve(count + std::max(0, m_exponent) + 3 + std::max<qsizetype>(0, -integerDigits));
     if (m_negative)
-        text += u'-';
+        text += '-';
     if (m_exponent >= 0) {
-        text += QLatin1StringView(digits.data(), qsizetype(digits.size()));
-        text += QString(m_exponent, u'0');
-        return text;
-    }
-    const qsizetype scale = -m_exponent;
-    const qsizetype integerDigits = qsizetype(digits.size()) - scale;
-    if (integerDigits <= 0) {
-        text += QStringLiteral("0.");
-        text += QString(-integerDigits, u'0');
-        text += QLatin1StringView(digits.data(), qsizetype(digits.size()));
+        text.append(digits.data(), count);
+        text.append(m_exponent, '0');
+    } else if (integerDigits <= 0) {
+        text += "0.";
+        text.append(-integerDigits, '0');
+        text.append(digits.data(), count);
     } else {
-        text += QLatin1StringView(digits.data(), integerDigits);
-        text += u'.';
-        text += QLatin1StringView(digits.data() + integerDigits, scale);
+        text.append(digits.data(), integerDigits);
+        text += '.';
+        text.append(digits.data() + integerDigits, scale);
     }
     return text;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QMetaType>
 #include <QString>
 #include <QStringView>
@@ -46,6 +47,8 @@ public:
     // zeros: "007.50" gives "7.50", "1.5e-7" gives "0.00000015", "-0.000"
     // stays "-0.000". "NaN" for NaN.
     QString toString() const;
+    // the same text as bytes, for writers that want them
+    QByteArray toLatin1() const;
     // Digits after the point as kept: 48.117300 -> 6, 12 -> 0, 1.5e-7 -> 8.
     int scale() const;
 

@@ -36,10 +36,15 @@ QVariant HBManagedObject::primitiveValue(int slot) const
 void HBManagedObject::setPrimitiveValue(int slot, const QVariant &value, bool markChanged)
 {
     fireFault();
-    if (QVariant *v = findSlot(slot))
+    if (QVariant *v = findSlot(slot)) {
         *v = value;
-    else if (value.isValid())
+    } else if (value.isValid()) {
+        // grown by small steps: a point has a handful of values, and there
+        // are a million points
+        if (m_values.size() == m_values.capacity())
+            m_values.reserve(m_values.size() + (m_values.empty() ? 4 : 2));
         m_values.emplace_back(slot, value);
+    }
     if (markChanged && slot < 64) {
         m_changed |= quint64(1) << slot;
         if (m_context)

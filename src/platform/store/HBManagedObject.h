@@ -81,6 +81,9 @@ private:
     bool m_inserted = false;
     bool m_deleted = false;
     mutable bool m_fault = false;
+    // another context knows it by its temporary ID: the owner keeps the
+    // temporary -> permanent mapping for it after the save
+    mutable bool m_idHandedOut = false;
 };
 
 Q_DECLARE_METATYPE(HBManagedObject *)

@@ -56,15 +56,6 @@ QVariant asID(const QVariant &value)
     return value;
 }
 
-HBRowValues valuesAsIDs(const HBRowValues &values)
-{
-    HBRowValues copy;
-    copy.reserve(values.size());
-    for (const auto &[slot, value] : values)
-        copy.emplace_back(slot, asID(value));
-    return copy;
-}
-
 bool sortsBefore(const HBManagedObject *a, const HBManagedObject *b, const QList<HBSortDescriptor> &sort)
 {
     for (const HBSortDescriptor &s : sort) {
@@ -195,6 +186,23 @@ void HBManagedObjectContext::unlock()
 
 // --- objects ----------------------------------------------------------------
 
+HBRowValues HBManagedObjectContext::valuesForAnotherContext(const HBManagedObject *object)
+{
+    // Another context now knows these records by their IDs; a temporary one
+    // must still find its record after the record is saved.
+    object->m_idHandedOut = true;
+    HBRowValues copy;
+    copy.reserve(object->m_values.size());
+    for (const auto &[slot, value] : object->m_values) {
+        if (value.metaType() == QMetaType::fromType<HBManagedObject *>()) {
+            if (const HBManagedObject *related = value.value<HBManagedObject *>())
+                related->m_idHandedOut = true;
+        }
+        copy.emplace_back(slot, asID(value));
+    }
+    return copy;
+}
+
 HBManagedObject *HBManagedObjectContext::makeObject(const HBEntityDescription *entity, const HBManagedObjectID &objectID)
 {
     HBManagedObject *object = entity->newObject();
@@ -259,7 +267,7 @@ bool HBManagedObjectContext::fulfillFault(HBManagedObject *object)
         m_parent->performBlockAndWait([&] {
             HBManagedObject *p = m_parent->existingObjectWithID(id);
             if (p && !p->m_deleted)
-                values = valuesAsIDs(p->m_values);
+                values = valuesForAnotherContext(p);
         });
     } else if (!id.isTemporaryID()) {
         HBPersistentStore *store = m_coordinator ? m_coordinator->persistentStoreForIdentifierToken(id.storeToken()) : nullptr;
@@ -351,7 +359,7 @@ QList<HBManagedObjectContext::Snapshot> HBManagedObjectContext::fetchSnapshots(c
     QList<Snapshot> snapshots;
     performBlockAndWait([&] {
         for (HBManagedObject *object : executeFetchRequest(request, error))
-            snapshots.append({object->m_objectID, valuesAsIDs(object->m_values)});
+            snapshots.append({object->m_objectID, valuesForAnotherContext(object)});
     });
     return snapshots;
 }
@@ -558,7 +566,8 @@ bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedO
             const HBManagedObjectID permanent = HBManagedObjectID::permanentID(object->m_entity, identifier, key++);
             changes.append({object->m_objectID, permanent});
             d->registered.remove(object->m_objectID);
-            d->permanentIDForTemporary.insert(object->m_objectID, permanent);
+            if (object->m_idHandedOut)
+                d->permanentIDForTemporary.insert(object->m_objectID, permanent);
             object->m_objectID = permanent;
             d->registered.insert(permanent, object);
         }
@@ -690,7 +699,8 @@ bool HBManagedObjectContext::save(HBError *error)
             Private *p = m_parent->d.get();
             for (HBManagedObject *o : pending.inserted) {
                 HBManagedObject *copy = m_parent->makeObject(o->m_entity, o->m_objectID);
-                copy->m_values = valuesAsIDs(o->m_values);
+                copy->m_values = valuesForAnotherContext(o);
+                copy->m_idHandedOut = true;
                 copy->m_assignedStore = o->m_assignedStore;
                 copy->m_inserted = true;
                 p->insertedOrder.push_back(copy);

@@ -107,6 +107,8 @@ private:
     QList<HBManagedObject *> relatedObjects(const HBManagedObject *object, const HBPropertyDescription *property);
     bool fulfillFault(HBManagedObject *object);
     HBPersistentStore *storeOfRelatedRecord(const HBManagedObject *object) const;
+    // The object's values with relationships as IDs, for a child or parent.
+    static HBRowValues valuesForAnotherContext(const HBManagedObject *object);
     QList<Snapshot> fetchSnapshots(const HBFetchRequest &request, HBError *error);
 
     ConcurrencyType m_type;

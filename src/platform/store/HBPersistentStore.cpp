@@ -252,7 +252,7 @@ bool HBPersistentStore::Private::bindRow(HBStoreTable &t, HBSqliteStatement &stm
             if (d.isNaN())
                 stmt.bindNull(parameter);
             else
-                stmt.bindText(parameter, d.toString());
+                stmt.bindText(parameter, d.toLatin1());
             break;
         }
         case HBAttributeType::Date:

@@ -23,6 +23,7 @@ HBPersistentStore *HBPersistentStoreCoordinator::addPersistentStore(const QStrin
         return nullptr;
     QWriteLocker lock(&m_storesLock);
     m_stores.push_back(std::move(store));
+    ++m_storesGeneration;
     return m_stores.back().get();
 }
 

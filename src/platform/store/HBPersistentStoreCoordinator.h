@@ -8,6 +8,7 @@
 #include <QString>
 #include <QUrl>
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -34,6 +35,8 @@ public:
     // entity). Stores run with the write-ahead journal.
     HBPersistentStore *addPersistentStore(const QString &configuration, const QString &path, HBError *error);
     QList<HBPersistentStore *> persistentStores() const;
+    // Changes whenever a store is added, so that callers may cache lookups.
+    quint64 storesGeneration() const { return m_storesGeneration.load(); }
     HBPersistentStore *persistentStoreForURL(const QUrl &url) const;
     // the same for an absolute file path, as HBPersistentStore::path() gives it
     HBPersistentStore *persistentStoreForPath(const QString &path) const;
@@ -56,5 +59,6 @@ private:
     const HBManagedObjectModel *m_model;
     mutable QReadWriteLock m_storesLock;
     std::vector<std::unique_ptr<HBPersistentStore>> m_stores;
+    std::atomic<quint64> m_storesGeneration{0};
     QRecursiveMutex m_lock;
 };
