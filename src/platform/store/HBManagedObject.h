@@ -84,6 +84,7 @@ private:
     // another context knows it by its temporary ID: the owner keeps the
     // temporary -> permanent mapping for it after the save
     mutable bool m_idHandedOut = false;
+    quint32 m_hookedInSave = 0;   // the context's save serial when willSave last ran
 };
 
 Q_DECLARE_METATYPE(HBManagedObject *)

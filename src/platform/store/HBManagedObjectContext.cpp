@@ -224,7 +224,7 @@ HBManagedObject *HBManagedObjectContext::insertNewObjectForEntityForName(const Q
     HBManagedObject *object = makeObject(entity, HBManagedObjectID::temporaryID(entity));
     object->m_inserted = true;
     d->insertedOrder.push_back(object);
-    d->changedByRoot[entity->rootEntity()].insert(object);
+    d->insertedByRoot[entity->rootEntity()].push_back(object);
     d->toManyCache.clear();
     object->awakeFromInsert();
     return object;
@@ -291,7 +291,7 @@ void HBManagedObjectContext::objectDidChange(HBManagedObject *object, const HBPr
     if (object->m_inserted || object->m_deleted)
         return;
     d->updated.insert(object);
-    d->changedByRoot[object->m_entity->rootEntity()].insert(object);
+    d->updatedByRoot[object->m_entity->rootEntity()].insert(object);
 }
 
 void HBManagedObjectContext::deleteObject(HBManagedObject *object)
@@ -311,7 +311,7 @@ void HBManagedObjectContext::deleteObject(HBManagedObject *object)
     }
     object->m_deleted = true;
     d->updated.remove(object);
-    d->changedByRoot[object->m_entity->rootEntity()].remove(object);
+    d->updatedByRoot[object->m_entity->rootEntity()].remove(object);
     d->toManyCache.clear();
     // An object inserted here and deleted again never leaves this context;
     // the next save only drops it.
@@ -374,8 +374,11 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
         return {};
     }
     const HBPredicate predicate = request.predicate().isValid() ? request.predicate() : HBPredicate::truePredicate();
-    const QSet<HBManagedObject *> &changed = d->changedByRoot[entity->rootEntity()];
-    const bool overlay = !changed.isEmpty() || !d->deletedOrder.empty();
+    // inserted (possibly saved or deleted since; checked on use) and updated
+    // objects of the entity's table
+    const std::vector<HBManagedObject *> &inserted = d->insertedByRoot[entity->rootEntity()];
+    const QSet<HBManagedObject *> &updated = d->updatedByRoot[entity->rootEntity()];
+    const bool overlay = !inserted.empty() || !updated.isEmpty() || !d->deletedOrder.empty();
 
     HBFetchRequest below = request;
     if (overlay)
@@ -440,20 +443,27 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
     for (HBManagedObject *object : candidates) {
         if (object->m_deleted || seen.contains(object))
             continue;
-        if ((filterAll || (overlay && changed.contains(object))) && !predicate.evaluateWithObject(object))
+        if ((filterAll || (overlay && object->hasChanges())) && !predicate.evaluateWithObject(object))
             continue;
         seen.insert(object);
         results.append(object);
     }
     bool addedInMemory = false;
-    for (HBManagedObject *object : changed) {
-        if (object->m_deleted || seen.contains(object) || !object->m_entity->isKindOfEntity(entity))
-            continue;
+    auto addFromMemory = [&](HBManagedObject *object) {
+        if (object->m_deleted || !object->hasChanges() || seen.contains(object) || !object->m_entity->isKindOfEntity(entity))
+            return;
         if (predicate.evaluateWithObject(object)) {
+            seen.insert(object);
             results.append(object);
             addedInMemory = true;
         }
+    };
+    for (HBManagedObject *object : inserted) {
+        if (object->m_inserted)
+            addFromMemory(object);
     }
+    for (HBManagedObject *object : updated)
+        addFromMemory(object);
     const QList<HBSortDescriptor> sort = request.sortDescriptors();
     if (!sort.isEmpty() && (addedInMemory || sources > 1 || filterAll || overlay))
         std::stable_sort(results.begin(), results.end(),
@@ -660,28 +670,27 @@ bool HBManagedObjectContext::save(HBError *error)
         return true;
     // Will-save hooks may change or insert further objects; those get their
     // hook in the next round.
-    QSet<HBManagedObject *> hooked;
+    const quint32 saveSerial = ++d->saveSerial;
     for (int round = 0; round < 16; ++round) {
         std::vector<HBManagedObject *> due;
+        auto collect = [&](HBManagedObject *o) {
+            if (o->m_hookedInSave != saveSerial) {
+                o->m_hookedInSave = saveSerial;
+                due.push_back(o);
+            }
+        };
         for (HBManagedObject *o : d->insertedOrder) {
-            if (o->m_inserted && !o->m_deleted && !hooked.contains(o))
-                due.push_back(o);
+            if (o->m_inserted && !o->m_deleted)
+                collect(o);
         }
-        for (HBManagedObject *o : std::as_const(d->updated)) {
-            if (!hooked.contains(o))
-                due.push_back(o);
-        }
-        for (HBManagedObject *o : d->deletedOrder) {
-            if (!hooked.contains(o))
-                due.push_back(o);
-        }
+        for (HBManagedObject *o : std::as_const(d->updated))
+            collect(o);
+        for (HBManagedObject *o : d->deletedOrder)
+            collect(o);
         if (due.empty())
             break;
-        hooked.reserve(hooked.size() + qsizetype(due.size()));
-        for (HBManagedObject *o : due) {
-            hooked.insert(o);
+        for (HBManagedObject *o : due)
             o->willSave();
-        }
     }
 
     PendingChanges pending;
@@ -704,7 +713,7 @@ bool HBManagedObjectContext::save(HBError *error)
                 copy->m_assignedStore = o->m_assignedStore;
                 copy->m_inserted = true;
                 p->insertedOrder.push_back(copy);
-                p->changedByRoot[copy->m_entity->rootEntity()].insert(copy);
+                p->insertedByRoot[copy->m_entity->rootEntity()].push_back(copy);
             }
             for (HBManagedObject *o : pending.updated) {
                 HBManagedObject *target = m_parent->objectWithID(o->m_objectID);
@@ -724,7 +733,7 @@ bool HBManagedObjectContext::save(HBError *error)
                     continue;
                 target->m_deleted = true;
                 p->updated.remove(target);
-                p->changedByRoot[target->m_entity->rootEntity()].remove(target);
+                p->updatedByRoot[target->m_entity->rootEntity()].remove(target);
                 if (!target->m_inserted)
                     p->deletedOrder.push_back(target);
             }
@@ -848,9 +857,10 @@ bool HBManagedObjectContext::save(HBError *error)
     }
     std::erase_if(d->insertedOrder, [](const HBManagedObject *o) { return !o->m_inserted; });
     std::erase_if(d->deletedOrder, [&gone](HBManagedObject *o) { return gone.contains(o); });
-    for (auto it = d->changedByRoot.begin(); it != d->changedByRoot.end(); ++it) {
+    for (auto it = d->insertedByRoot.begin(); it != d->insertedByRoot.end(); ++it)
+        std::erase_if(*it, [](const HBManagedObject *o) { return !o->m_inserted; });
+    for (auto it = d->updatedByRoot.begin(); it != d->updatedByRoot.end(); ++it)
         it->removeIf([](HBManagedObject *o) { return !o->hasChanges(); });
-    }
     for (HBManagedObject *o : std::as_const(gone)) {
         d->registered.remove(o->m_objectID);
         d->graveyard.push_back(o);
@@ -885,7 +895,8 @@ void HBManagedObjectContext::reset()
     d->insertedOrder.clear();
     d->updated.clear();
     d->deletedOrder.clear();
-    d->changedByRoot.clear();
+    d->insertedByRoot.clear();
+    d->updatedByRoot.clear();
     d->graveyard.clear();
     d->toManyCache.clear();
 }

@@ -35,8 +35,11 @@ struct HBManagedObjectContext::Private
     std::vector<HBManagedObject *> insertedOrder;     // may hold objects deleted again; checked on use
     QSet<HBManagedObject *> updated;
     std::vector<HBManagedObject *> deletedOrder;
-    // inserted and updated objects by root entity, for the in-memory part of fetches
-    QHash<const HBEntityDescription *, QSet<HBManagedObject *>> changedByRoot;
+    // inserted and updated objects by root entity, for the in-memory part of
+    // fetches; the inserted lists may hold objects saved or deleted since
+    QHash<const HBEntityDescription *, std::vector<HBManagedObject *>> insertedByRoot;
+    QHash<const HBEntityDescription *, QSet<HBManagedObject *>> updatedByRoot;
+    quint32 saveSerial = 0;   // marks the objects whose will-save hook ran in a save
     std::vector<HBManagedObject *> graveyard;         // deleted and saved; freed at reset
     QHash<QPair<const HBManagedObject *, int>, QList<HBManagedObject *>> toManyCache;
 };
