@@ -10,15 +10,31 @@
 
 namespace {
 
-// by slot, since every imported point sets it
+// By slot: every imported point sets its order, and every save asks for
+// the segment URI.
+int slotOf(const char *name)
+{
+    return HBTrackDataModel::model()->entityNamed(QStringLiteral("HBTrackPoint"))->propertyNamed(QLatin1String(name))->index;
+}
+
 int orderSlot()
 {
-    static const int slot =
-        HBTrackDataModel::model()->entityNamed(QStringLiteral("HBTrackPoint"))->propertyNamed(QStringLiteral("order"))->index;
+    static const int slot = slotOf("order");
+    return slot;
+}
+
+int trackSegmentURISlot()
+{
+    static const int slot = slotOf("trackSegmentURI");
     return slot;
 }
 
 } // namespace
+
+QString HBTrackPoint::trackSegmentURI() const
+{
+    return primitiveValue(trackSegmentURISlot()).toString();
+}
 
 std::optional<qint64> HBTrackPoint::order() const
 {
@@ -59,5 +75,5 @@ void HBTrackPoint::willSave()
     }
     const QString uri = segment->objectID().uriString();
     if (uri != trackSegmentURI())
-        setPrimitiveValue(property(QStringLiteral("trackSegmentURI"))->index, uri);
+        setPrimitiveValue(trackSegmentURISlot(), uri);
 }

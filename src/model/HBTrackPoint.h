@@ -11,7 +11,7 @@ public:
     // position within the segment, as the importer numbered it
     std::optional<qint64> order() const;
     void setOrder(std::optional<qint64> order);
-    QString trackSegmentURI() const { return valueForKey(QStringLiteral("trackSegmentURI")).toString(); }
+    QString trackSegmentURI() const;
 
     // Resolved from trackSegmentURI on first use after a load; before the
     // first save only this field knows the segment.

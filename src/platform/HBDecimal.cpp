@@ -110,6 +110,16 @@ class Digits
 public:
     explicit Digits(Coefficient coefficient)
     {
+        // Coordinates fit in 64 bits, where division is a few cycles
+        // instead of a library call per digit.
+        if (coefficient <= std::numeric_limits<quint64>::max()) {
+            quint64 small = quint64(coefficient);
+            do {
+                m_text[--m_first] = char('0' + int(small % 10));
+                small /= 10;
+            } while (small != 0);
+            return;
+        }
         do {
             m_text[--m_first] = char('0' + int(coefficient % 10));
             coefficient /= 10;

@@ -216,11 +216,15 @@ HBManagedObject *HBManagedObjectContext::makeObject(const HBEntityDescription *e
 HBManagedObject *HBManagedObjectContext::insertNewObjectForEntityForName(const QString &entityName)
 {
     HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
-    const HBEntityDescription *entity = coordinator ? coordinator->managedObjectModel()->entityNamed(entityName) : nullptr;
+    // imports insert one entity many times over
+    const HBEntityDescription *entity = d->lastInsertedEntity;
+    if (!entity || entity->name() != entityName)
+        entity = coordinator ? coordinator->managedObjectModel()->entityNamed(entityName) : nullptr;
     if (!entity || entity->isAbstract()) {
         qCWarning(hbStore) << "Cannot insert an object of entity" << entityName;
         return nullptr;
     }
+    d->lastInsertedEntity = entity;
     HBManagedObject *object = makeObject(entity, HBManagedObjectID::temporaryID(entity));
     object->m_inserted = true;
     d->insertedOrder.push_back(object);

@@ -39,7 +39,8 @@ struct HBManagedObjectContext::Private
     // fetches; the inserted lists may hold objects saved or deleted since
     QHash<const HBEntityDescription *, std::vector<HBManagedObject *>> insertedByRoot;
     QHash<const HBEntityDescription *, QSet<HBManagedObject *>> updatedByRoot;
-    quint32 saveSerial = 0;   // marks the objects whose will-save hook ran in a save
+    quint32 saveSerial = 0;
+    const HBEntityDescription *lastInsertedEntity = nullptr;   // marks the objects whose will-save hook ran in a save
     std::vector<HBManagedObject *> graveyard;         // deleted and saved; freed at reset
     QHash<QPair<const HBManagedObject *, int>, QList<HBManagedObject *>> toManyCache;
 };

@@ -108,23 +108,28 @@ struct HBPersistentStore::Private
     }
 
     HBStoreTable *table(const HBEntityDescription *entity) const { return tableByRoot.value(entity->rootEntity()); }
-    void buildTable(const HBEntityDescription *root);
+    void buildTable(const HBEntityDescription *root, const QString &configuration);
     bool createOrUpgradeTable(HBStoreTable &t, HBError *error);
     bool prepareStatements(HBStoreTable &t, HBError *error);
     bool bindRow(HBStoreTable &t, HBSqliteStatement &stmt, int firstParameter, const HBEntityDescription *entity,
                  const HBRowValues &values);
+    static void bindValue(const HBStoreColumn &column, HBSqliteStatement &stmt, int parameter, const QVariant &value);
     HBStoreRow readRow(const HBStoreTable &t, const HBSqliteStatement &stmt) const;
     std::optional<QString> compile(const HBStoreTable &t, const HBPredicate &p, QVariantList *binds) const;
     std::optional<QString> compileComparison(const HBStoreTable &t, const HBPredicate &p, QVariantList *binds) const;
 };
 
-void HBPersistentStore::Private::buildTable(const HBEntityDescription *root)
+void HBPersistentStore::Private::buildTable(const HBEntityDescription *root, const QString &configuration)
 {
     auto t = std::make_unique<HBStoreTable>();
     t->root = root;
     t->name = root->name();
     const QList<const HBEntityDescription *> family = root->selfAndDescendants();
+    // Columns only for the entities this store may hold: a point file has
+    // no room for a waypoint's source and event.
     for (const HBEntityDescription *e : family) {
+        if (!model->configurationContains(configuration, e))
+            continue;
         for (const HBPropertyDescription *p : e->properties()) {
             if (!p->isStored() || t->columnByName.contains(p->name))
                 continue;
@@ -150,6 +155,12 @@ void HBPersistentStore::Private::buildTable(const HBEntityDescription *root)
             if (const HBPropertyDescription *p = e->propertyNamed(propertyName); p && p->isStored())
                 slotOf[i] = p->index;
         }
+        std::vector<int> columnOf(size_t(e->propertyCount()), -1);
+        for (size_t i = 0; i < slotOf.size(); ++i) {
+            if (slotOf[i] >= 0 && t->columns[i].kind != HBStoreColumn::Kind::ForeignEntity)
+                columnOf[size_t(slotOf[i])] = int(i);
+        }
+        t->columnsBySlot.insert(e->entityID(), std::move(columnOf));
         t->slotsByEntity.insert(e->entityID(), std::move(slotOf));
     }
     tableByRoot.insert(root, t.get());
@@ -215,68 +226,62 @@ bool HBPersistentStore::Private::prepareStatements(HBStoreTable &t, HBError *err
     return true;
 }
 
+// Binds only the values that are set: the statement's bindings were
+// cleared, so every other column is written as NULL.
 bool HBPersistentStore::Private::bindRow(HBStoreTable &t, HBSqliteStatement &stmt, int first,
                                          const HBEntityDescription *entity, const HBRowValues &values)
 {
-    const std::vector<int> &slotOf = t.slotsByEntity[entity->entityID()];
-    // values are few; a slot -> value lookup table keeps binding linear
-    const QVariant *bySlot[64] = {};
+    const std::vector<int> &columnOf = t.columnsBySlot[entity->entityID()];
     for (const auto &[slot, value] : values) {
-        if (slot >= 0 && slot < 64)
-            bySlot[slot] = &value;
-    }
-    for (size_t i = 0; i < t.columns.size(); ++i) {
-        const int parameter = first + int(i);
-        const QVariant *v = slotOf[i] >= 0 ? bySlot[slotOf[i]] : nullptr;
-        if (!v || !v->isValid()) {
-            stmt.bindNull(parameter);
-            continue;
-        }
-        const HBStoreColumn &c = t.columns[i];
-        if (c.kind != HBStoreColumn::Kind::Attribute) {
-            const HBManagedObjectID id = v->metaType() == QMetaType::fromType<HBManagedObject *>()
-                                             ? (v->value<HBManagedObject *>() ? v->value<HBManagedObject *>()->objectID() : HBManagedObjectID())
-                                             : v->value<HBManagedObjectID>();
-            if (id.isNull() || id.isTemporaryID())
-                stmt.bindNull(parameter);
-            else if (c.kind == HBStoreColumn::Kind::ForeignKey)
-                stmt.bindInt64(parameter, id.primaryKey());
-            else
-                stmt.bindInt64(parameter, id.entity()->entityID());
-            continue;
-        }
-        switch (c.type) {
-        case HBAttributeType::Decimal: {
-            const HBDecimal d = v->metaType() == QMetaType::fromType<HBDecimal>() ? v->value<HBDecimal>()
-                                                                                 : HBDecimal::fromString(v->toString());
-            if (d.isNaN())
-                stmt.bindNull(parameter);
-            else
-                stmt.bindText(parameter, d.toLatin1());
-            break;
-        }
-        case HBAttributeType::Date:
-            stmt.bindInt64(parameter, v->toDateTime().toMSecsSinceEpoch());
-            break;
-        case HBAttributeType::Variant:
-            stmt.bindBlob(parameter, variantBlob(*v));
-            break;
-        case HBAttributeType::Binary:
-            stmt.bindBlob(parameter, v->toByteArray());
-            break;
-        case HBAttributeType::Double:
-            stmt.bindDouble(parameter, v->toDouble());
-            break;
-        case HBAttributeType::Integer:
-        case HBAttributeType::Boolean:
-            stmt.bindInt64(parameter, v->toLongLong());
-            break;
-        case HBAttributeType::String:
-            stmt.bindText(parameter, v->toString());
-            break;
-        }
+        const int i = slot >= 0 && size_t(slot) < columnOf.size() ? columnOf[size_t(slot)] : -1;
+        if (i >= 0 && value.isValid())
+            bindValue(t.columns[size_t(i)], stmt, first + i, value);
     }
     return true;
+}
+
+void HBPersistentStore::Private::bindValue(const HBStoreColumn &c, HBSqliteStatement &stmt, int parameter,
+                                           const QVariant &value)
+{
+    const QVariant *v = &value;
+    if (c.kind == HBStoreColumn::Kind::ForeignKey) {
+        const HBManagedObjectID id = v->metaType() == QMetaType::fromType<HBManagedObject *>()
+                                         ? (v->value<HBManagedObject *>() ? v->value<HBManagedObject *>()->objectID() : HBManagedObjectID())
+                                         : v->value<HBManagedObjectID>();
+        if (id.isNull() || id.isTemporaryID())
+            return;
+        stmt.bindInt64(parameter, id.primaryKey());
+        stmt.bindInt64(parameter + 1, id.entity()->entityID());
+        return;
+    }
+    switch (c.type) {
+    case HBAttributeType::Decimal: {
+        const HBDecimal d = v->metaType() == QMetaType::fromType<HBDecimal>() ? v->value<HBDecimal>()
+                                                                             : HBDecimal::fromString(v->toString());
+        if (!d.isNaN())
+            stmt.bindText(parameter, d.toLatin1());
+        break;
+    }
+    case HBAttributeType::Date:
+        stmt.bindInt64(parameter, v->toDateTime().toMSecsSinceEpoch());
+        break;
+    case HBAttributeType::Variant:
+        stmt.bindBlob(parameter, variantBlob(*v));
+        break;
+    case HBAttributeType::Binary:
+        stmt.bindBlob(parameter, v->toByteArray());
+        break;
+    case HBAttributeType::Double:
+        stmt.bindDouble(parameter, v->toDouble());
+        break;
+    case HBAttributeType::Integer:
+    case HBAttributeType::Boolean:
+        stmt.bindInt64(parameter, v->toLongLong());
+        break;
+    case HBAttributeType::String:
+        stmt.bindText(parameter, v->toString());
+        break;
+    }
 }
 
 HBStoreRow HBPersistentStore::Private::readRow(const HBStoreTable &t, const HBSqliteStatement &stmt) const
@@ -538,7 +543,7 @@ bool HBPersistentStore::load(HBError *error)
             }
         }
         for (const HBEntityDescription *root : m_model->rootEntitiesForConfiguration(m_configuration)) {
-            d->buildTable(root);
+            d->buildTable(root, m_configuration);
             if (!d->createOrUpgradeTable(*d->tables.back(), &failure))
                 return false;
         }
@@ -741,6 +746,7 @@ bool HBPersistentStore::insertRow(qint64 primaryKey, const HBEntityDescription *
     }
     HBSqliteStatement &s = t->insert;
     s.reset();
+    s.clearBindings();
     s.bindInt64(1, primaryKey);
     s.bindInt64(2, entity->entityID());
     d->bindRow(*t, s, 3, entity, values);
@@ -759,6 +765,7 @@ bool HBPersistentStore::updateRow(qint64 primaryKey, const HBEntityDescription *
         return false;
     HBSqliteStatement &s = t->update;
     s.reset();
+    s.clearBindings();
     s.bindInt64(1, entity->entityID());
     d->bindRow(*t, s, 2, entity, values);
     s.bindInt64(int(t->columns.size()) + 2, primaryKey);

@@ -31,6 +31,8 @@ struct HBStoreTable
     std::vector<HBStoreColumn> columns;
     // per entity ID: for each column the property slot it stores, or -1
     QHash<int, std::vector<int>> slotsByEntity;
+    // per entity ID: for each property slot the column that stores it, or -1
+    QHash<int, std::vector<int>> columnsBySlot;
     QHash<QString, int> columnByName;
     HBSqliteStatement insert;
     HBSqliteStatement update;

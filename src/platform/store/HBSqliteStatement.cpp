@@ -86,6 +86,12 @@ bool HBSqliteStatement::step(bool *ok)
     return rc == SQLITE_ROW;
 }
 
+void HBSqliteStatement::clearBindings()
+{
+    if (m_stmt)
+        sqlite3_clear_bindings(m_stmt);
+}
+
 void HBSqliteStatement::reset()
 {
     sqlite3_reset(m_stmt);

@@ -34,6 +34,8 @@ public:
     // SQLITE_ROW: true; SQLITE_DONE: false with ok set; an error: false with ok cleared
     bool step(bool *ok = nullptr);
     void reset();
+    // every parameter back to NULL
+    void clearBindings();
 
     bool isNull(int column) const;
     qint64 int64(int column) const;
