@@ -15,6 +15,9 @@
 #include <QTest>
 #include <QTimeZone>
 
+#include <atomic>
+#include <thread>
+
 // The two managers in one process, over real files in a temporary home:
 // where points land, how a new period file reaches both coordinators, and
 // that opening files from several threads at once neither deadlocks nor
@@ -210,6 +213,23 @@ private slots:
         QCOMPARE(storesAt(HBTrackManager::sharedBackgroundThreadTrackManager()->persistentStoreCoordinator(), path), 1);
         QCOMPARE(storesAt(m_manager->persistentStoreCoordinator(), path), 1);
         QCOMPARE(rowsIn(path, QStringLiteral("HBGeoPoint")), qint64(4));
+    }
+
+    // A worker opens a period while the main thread runs its event loop,
+    // as in a desktop host.
+    void workerOpensAPeriodUnderTheEventLoop()
+    {
+        const QDateTime date = utc(2017, 5, 5);
+        const QString path = fileOf(QStringLiteral("%1.sql").arg(HBTrackManager::periodNumberForDate(date)));
+        std::atomic<bool> done{false};
+        std::thread worker([&] {
+            insertInBackground(date, QStringLiteral("looped"));
+            done = true;
+        });
+        QTRY_VERIFY_WITH_TIMEOUT(done.load(), 60000);
+        worker.join();
+        QCOMPARE(storesAt(m_manager->persistentStoreCoordinator(), path), 1);
+        QCOMPARE(rowsIn(path, QStringLiteral("HBGeoPoint")), qint64(1));
     }
 
     // The main thread opens a period itself while workers open the same one.

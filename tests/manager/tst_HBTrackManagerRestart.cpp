@@ -19,10 +19,10 @@ class tst_HBTrackManagerRestart : public QObject
     QString support() const { return m_home.filePath(QStringLiteral("data/Fernwick")); }
     QString points() const { return support() + QStringLiteral("/PointDatabases"); }
 
-    void setUpProbe(QProcess &probe) const
+    void setUpProbe(QProcess &probe, const QString &dataHome = {}) const
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_DATA_HOME"), m_home.filePath(QStringLiteral("data")));
+        env.insert(QStringLiteral("XDG_DATA_HOME"), dataHome.isEmpty() ? m_home.filePath(QStringLiteral("data")) : dataHome);
         env.insert(QStringLiteral("XDG_CACHE_HOME"), m_home.filePath(QStringLiteral("cache")));
         env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_home.filePath(QStringLiteral("config")));
         probe.setProcessEnvironment(env);
@@ -36,10 +36,10 @@ class tst_HBTrackManagerRestart : public QObject
         QString err;
     };
 
-    Run probe(const QStringList &arguments) const
+    Run probe(const QStringList &arguments, const QString &dataHome = {}) const
     {
         QProcess p;
-        setUpProbe(p);
+        setUpProbe(p, dataHome);
         p.setArguments(arguments);
         p.start();
         Run run;
@@ -134,6 +134,20 @@ private slots:
         QVERIFY2(lines[message + 1].contains(QFileInfo(file).fileName()), qPrintable(lines[message + 1]));
         // nothing was repaired or moved aside
         QCOMPARE(QFileInfo(support() + u'/' + file).size(), qint64(4096));
+    }
+
+    void supportFolderThatCannotBeMadeIsReported()
+    {
+        QFile blocker(m_home.filePath(QStringLiteral("blocker")));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        const QString dataHome = m_home.filePath(QStringLiteral("blocker/data"));
+        const Run run = probe({QStringLiteral("list")}, dataHome);
+        QCOMPARE(run.exitCode, 1);
+        QVERIFY2(run.err.contains(QStringLiteral("The folder %1/Fernwick could not be made.").arg(dataHome)),
+                 qPrintable(run.err));
+        QVERIFY2(run.err.contains(QStringLiteral("An Error was encountered trying to load the track manager database.\n")),
+                 qPrintable(run.err));
     }
 
     // A save is one transaction per file: a process killed in the middle of
