@@ -1,10 +1,10 @@
 #include "model/HBGeoPoint.h"
 
 #include "manager/HBTrackManager.h"
+#include "model/HBAdditionsTable.h"
 #include "model/HBGeoPointSymbol.h"
 #include "model/HBTrackDataModel.h"
 #include "platform/store/HBEntityDescription.h"
-#include "platform/store/HBFetchRequest.h"
 #include "platform/store/HBManagedObjectContext.h"
 #include "platform/store/HBManagedObjectModel.h"
 #include "platform/store/HBPropertyDescription.h"
@@ -173,37 +173,24 @@ void HBGeoPoint::setPoint(QPointF point)
     setLatitude(HBDecimal::fromDouble(point.y()));
 }
 
-HBManagedObject *HBGeoPoint::firstAdditionsRow(const QString &key) const
+namespace {
+
+const HBAdditionsTable &additions()
 {
-    HBManagedObjectContext *context = managedObjectContext();
-    if (!context)
-        return nullptr;
-    HBFetchRequest request(QStringLiteral("HBGeoPointAdditions"));
-    request.setPredicate(HBPredicate::format(QStringLiteral("point == %@ AND key == %@"),
-                                             {QVariant::fromValue(const_cast<HBGeoPoint *>(this)), key}));
-    const QList<HBManagedObject *> rows = context->executeFetchRequest(request);
-    return rows.isEmpty() ? nullptr : rows.first();
+    static const HBAdditionsTable table(QStringLiteral("HBGeoPointAdditions"), QStringLiteral("point"));
+    return table;
 }
+
+} // namespace
 
 QVariant HBGeoPoint::fetchAdditionsTableValueForKey(const QString &key) const
 {
-    const HBManagedObject *row = firstAdditionsRow(key);
-    return row ? row->valueForKey(QStringLiteral("value")) : QVariant();
+    return additions().value(this, key);
 }
 
 void HBGeoPoint::setAdditionsTableValue(const QVariant &value, const QString &key)
 {
-    if (HBManagedObject *row = firstAdditionsRow(key)) {
-        row->setValueForKey(value, QStringLiteral("value"));
-        return;
-    }
-    HBManagedObjectContext *context = managedObjectContext();
-    if (!context)
-        return;
-    HBManagedObject *row = context->insertNewObjectForEntityForName(QStringLiteral("HBGeoPointAdditions"));
-    row->setValueForKey(key, QStringLiteral("key"));
-    row->setValueForKey(value, QStringLiteral("value"));
-    row->setObjectForKey(this, QStringLiteral("point"));
+    additions().setValue(this, value, key, HBAdditionsTable::NewRow::Linked);
 }
 
 std::optional<HBDecimal> HBGeoPoint::additionsDecimal(const QString &key) const
@@ -237,8 +224,8 @@ QVariant HBGeoPoint::valueForUndefinedKey(const QString &key) const
         return point();
     if (key == QLatin1String("symbolName"))
         return symbolName();
-    const auto additions = additionsKeyForDerivedKey().constFind(key);
-    if (additions != additionsKeyForDerivedKey().constEnd())
-        return fetchAdditionsTableValueForKey(*additions);
+    const auto derived = additionsKeyForDerivedKey().constFind(key);
+    if (derived != additionsKeyForDerivedKey().constEnd())
+        return fetchAdditionsTableValueForKey(*derived);
     return HBManagedObject::valueForUndefinedKey(key);
 }

@@ -162,5 +162,4 @@ private:
     std::optional<qint64> additionsInteger(const QString &key) const;
     void setAdditionsInteger(std::optional<qint64> value, const QString &key);
     void setAdditionsText(const QString &value, const QString &key);
-    HBManagedObject *firstAdditionsRow(const QString &key) const;
 };

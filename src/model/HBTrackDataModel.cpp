@@ -2,7 +2,11 @@
 
 #include "model/HBGeoPointAdditions.h"
 #include "model/HBGeoPointSymbol.h"
+#include "model/HBTrack.h"
+#include "model/HBTrackAdditions.h"
 #include "model/HBTrackPoint.h"
+#include "model/HBTrackSegment.h"
+#include "model/HBTrackSegmentPointURIs.h"
 #include "model/HBWaypoint.h"
 #include "platform/store/HBManagedObjectModel.h"
 
@@ -74,11 +78,13 @@ void addTrackEntities(HBManagedObjectModel &m)
     track.addToOne(QStringLiteral("importSource"), QStringLiteral("HBImportSource"), QStringLiteral("tracks"));
     track.addToMany(QStringLiteral("additionalAttributes"), QStringLiteral("HBTrackAdditions"), QStringLiteral("track"),
                     Rule::Cascade);
+    track.setFactory([] { return new HBTrack; });
 
     HBEntityDescription &additions = m.addEntity(QStringLiteral("HBTrackAdditions"));
     additions.addAttribute(QStringLiteral("key"), T::String);
     additions.addAttribute(QStringLiteral("value"), T::Variant);
     additions.addToOne(QStringLiteral("track"), QStringLiteral("HBTrack"), QStringLiteral("additionalAttributes"));
+    additions.setFactory([] { return new HBTrackAdditions; });
 
     HBEntityDescription &segment = m.addEntity(QStringLiteral("HBTrackSegment"));
     segment.addAttribute(QStringLiteral("order"), T::Integer);
@@ -91,9 +97,11 @@ void addTrackEntities(HBManagedObjectModel &m)
     segment.addToOne(QStringLiteral("track"), QStringLiteral("HBTrack"), QStringLiteral("trackSegments"));
     // the point list goes with its segment
     segment.addToOne(QStringLiteral("trackPointURIs"), QStringLiteral("HBTrackSegmentPointURIs"), {}, Rule::Cascade);
+    segment.setFactory([] { return new HBTrackSegment; });
 
     HBEntityDescription &uris = m.addEntity(QStringLiteral("HBTrackSegmentPointURIs"));
     uris.addAttribute(QStringLiteral("data"), T::Binary);
+    uris.setFactory([] { return new HBTrackSegmentPointURIs; });
 }
 
 void addSourceEntities(HBManagedObjectModel &m)
@@ -136,6 +144,10 @@ HBManagedObjectModel *buildModel()
     registerRecordClass<HBWaypoint>();
     registerRecordClass<HBGeoPointSymbol>();
     registerRecordClass<HBGeoPointAdditions>();
+    registerRecordClass<HBTrack>();
+    registerRecordClass<HBTrackAdditions>();
+    registerRecordClass<HBTrackSegment>();
+    registerRecordClass<HBTrackSegmentPointURIs>();
 
     auto *m = new HBManagedObjectModel;
     addPointEntities(*m);

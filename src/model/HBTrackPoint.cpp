@@ -1,6 +1,7 @@
 #include "model/HBTrackPoint.h"
 
 #include "model/HBTrackDataModel.h"
+#include "model/HBTrackSegment.h"
 #include "platform/HBLogging.h"
 #include "platform/store/HBEntityDescription.h"
 #include "platform/store/HBManagedObjectContext.h"
@@ -47,7 +48,7 @@ void HBTrackPoint::setOrder(std::optional<qint64> order)
     setPrimitiveValue(orderSlot(), order ? QVariant::fromValue(*order) : QVariant());
 }
 
-HBManagedObject *HBTrackPoint::trackSegment() const
+HBTrackSegment *HBTrackPoint::trackSegment() const
 {
     if (m_trackSegment)
         return m_trackSegment;
@@ -56,7 +57,9 @@ HBManagedObject *HBTrackPoint::trackSegment() const
     if (uri.isEmpty() || !context || !context->persistentStoreCoordinator())
         return nullptr;
     const HBManagedObjectID id = context->persistentStoreCoordinator()->managedObjectIDForURIString(uri);
-    m_trackSegment = context->objectWithID(id);
+    if (id.isNull() || id.entity()->name() != QLatin1String("HBTrackSegment"))
+        return nullptr;
+    m_trackSegment = static_cast<HBTrackSegment *>(context->objectWithID(id));
     return m_trackSegment;
 }
 
@@ -64,7 +67,7 @@ void HBTrackPoint::willSave()
 {
     if (isDeleted())
         return;
-    HBManagedObject *segment = trackSegment();
+    HBTrackSegment *segment = trackSegment();
     if (!segment)
         return;
     HBError error;

@@ -2,6 +2,8 @@
 
 #include "model/HBGeoPoint.h"
 
+class HBTrackSegment;
+
 // A sample of a recorded track. Its segment lives in the central store
 // while the point lives in a file of its period, so the point names its
 // segment by the segment's URI, written when the point is saved.
@@ -15,11 +17,11 @@ public:
 
     // Resolved from trackSegmentURI on first use after a load; before the
     // first save only this field knows the segment.
-    HBManagedObject *trackSegment() const;
-    void setTrackSegment(HBManagedObject *segment) { m_trackSegment = segment; }
+    HBTrackSegment *trackSegment() const;
+    void setTrackSegment(HBTrackSegment *segment) { m_trackSegment = segment; }
 
     void willSave() override;
 
 private:
-    mutable HBManagedObject *m_trackSegment = nullptr;
+    mutable HBTrackSegment *m_trackSegment = nullptr;
 };

@@ -12,12 +12,6 @@ std::shared_ptr<HBPointGeometry> HBWaypoint::geometry() const
 
 QHash<QString, HBPropertyDescription> HBWaypoint::propertiesByName()
 {
-    QHash<QString, HBPropertyDescription> properties;
-    for (const QString &name : {QStringLiteral("name"), QStringLiteral("kind")}) {
-        HBPropertyDescription p;
-        p.name = name;
-        p.attributeType = HBAttributeType::String;
-        properties.insert(name, p);
-    }
-    return properties;
+    return HBPropertyDescription::attributes(
+        {{QStringLiteral("name"), HBAttributeType::String}, {QStringLiteral("kind"), HBAttributeType::String}});
 }

@@ -4,6 +4,7 @@
 #include "manager/HBTrackManager.h"
 #include "model/HBGeoPointSymbol.h"
 #include "model/HBTrackPoint.h"
+#include "model/HBTrackSegment.h"
 #include "model/HBWaypoint.h"
 #include "platform/store/HBManagedObjectContext.h"
 #include "platform/store/HBPersistentStoreCoordinator.h"
@@ -178,7 +179,7 @@ private slots:
         const QDateTime date(QDate(2022, 8, 1), QTime(7, 0), Qt::UTC);
         HBManagedObjectID pointID, segmentID;
         onContext([&](HBManagedObjectContext *c) {
-            HBManagedObject *segment = c->insertNewObjectForEntityForName(QStringLiteral("HBTrackSegment"));
+            auto *segment = c->insertNewObject<HBTrackSegment>(QStringLiteral("HBTrackSegment"));
             auto *point = c->insertNewObject<HBTrackPoint>(QStringLiteral("HBTrackPoint"));
             point->setDate(date);
             point->setTrackSegment(segment);

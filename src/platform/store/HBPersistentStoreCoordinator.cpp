@@ -96,9 +96,60 @@ HBManagedObjectID HBPersistentStoreCoordinator::managedObjectIDForURIRepresentat
     return HBManagedObjectID::permanentID(entity, store->identifierToken(), key);
 }
 
+namespace {
+
+bool isHostCharacter(QChar c)
+{
+    return (c.isLetterOrNumber() && c.unicode() < 128) || c == u'-';
+}
+
+bool isNameCharacter(QChar c)
+{
+    return (c.isLetterOrNumber() && c.unicode() < 128) || c == u'_';
+}
+
+} // namespace
+
+// A segment turns the URIs of all its points into IDs when it loads them,
+// a million at a time: the plain form "x-hbgps://<store>/<Entity>/p<key>"
+// is read by hand, anything else goes through QUrl.
 HBManagedObjectID HBPersistentStoreCoordinator::managedObjectIDForURIString(const QString &uri) const
 {
-    return managedObjectIDForURIRepresentation(QUrl(uri));
+    static const QString prefix = HBManagedObjectID::uriScheme() + QStringLiteral("://");
+    const QStringView text(uri);
+    if (!text.startsWith(prefix))
+        return managedObjectIDForURIRepresentation(QUrl(uri));
+    const qsizetype hostStart = prefix.size();
+    qsizetype i = hostStart;
+    while (i < text.size() && isHostCharacter(text[i]))
+        ++i;
+    const qsizetype hostEnd = i;
+    if (hostEnd == hostStart || i >= text.size() || text[i] != u'/')
+        return managedObjectIDForURIRepresentation(QUrl(uri));
+    const qsizetype entityStart = ++i;
+    while (i < text.size() && isNameCharacter(text[i]))
+        ++i;
+    const qsizetype entityEnd = i;
+    if (entityEnd == entityStart || i + 1 >= text.size() || text[i] != u'/' || text[i + 1] != u'p')
+        return managedObjectIDForURIRepresentation(QUrl(uri));
+    bool ok = false;
+    const qint64 key = text.mid(i + 2).toLongLong(&ok);
+    const HBEntityDescription *entity = m_model->entityNamed(text.mid(entityStart, entityEnd - entityStart).toString());
+    if (!ok || key <= 0 || !entity)
+        return {};
+
+    // the points of a segment nearly all name the same few stores
+    thread_local QString lastHost;
+    thread_local quint32 lastToken = 0;
+    const QStringView host = text.mid(hostStart, hostEnd - hostStart);
+    if (host != lastHost) {
+        lastHost = host.toString();
+        lastToken = HBManagedObjectID::internStoreIdentifier(lastHost);
+    }
+    HBPersistentStore *store = persistentStoreForIdentifierToken(lastToken);
+    if (!store || !store->holdsEntity(entity))
+        return {};
+    return HBManagedObjectID::permanentID(entity, lastToken, key);
 }
 
 void HBPersistentStoreCoordinator::assignObject(HBManagedObject *object, HBPersistentStore *store)

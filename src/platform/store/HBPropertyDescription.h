@@ -2,7 +2,11 @@
 
 #include "platform/store/HBAttributeType.h"
 
+#include <QHash>
 #include <QString>
+
+#include <initializer_list>
+#include <utility>
 
 class HBEntityDescription;
 
@@ -37,4 +41,19 @@ struct HBPropertyDescription
     int index = -1;                     // slot of the value in an object of the entity
     bool isStored() const { return !isTransient && !(isRelationship && isToMany); }
     bool isToOne() const { return isRelationship && !isToMany; }
+
+    // Plain attribute descriptions by name, as a map feature lists what an
+    // inspector may show of it.
+    static QHash<QString, HBPropertyDescription> attributes(
+        std::initializer_list<std::pair<QString, HBAttributeType>> namesAndTypes)
+    {
+        QHash<QString, HBPropertyDescription> described;
+        for (const auto &[name, type] : namesAndTypes) {
+            HBPropertyDescription p;
+            p.name = name;
+            p.attributeType = type;
+            described.insert(name, p);
+        }
+        return described;
+    }
 };

@@ -1,0 +1,45 @@
+#include "model/HBAdditionsTable.h"
+
+#include "platform/store/HBFetchRequest.h"
+#include "platform/store/HBManagedObject.h"
+#include "platform/store/HBManagedObjectContext.h"
+
+HBAdditionsTable::HBAdditionsTable(QString entityName, QString ownerKey)
+    : m_entityName(std::move(entityName))
+    , m_ownerKey(std::move(ownerKey))
+{
+}
+
+HBManagedObject *HBAdditionsTable::firstRow(const HBManagedObject *owner, const QString &key) const
+{
+    HBManagedObjectContext *context = owner->managedObjectContext();
+    if (!context)
+        return nullptr;
+    HBFetchRequest request(m_entityName);
+    request.setPredicate(HBPredicate::format(m_ownerKey + QStringLiteral(" == %@ AND key == %@"),
+                                             {QVariant::fromValue(const_cast<HBManagedObject *>(owner)), key}));
+    const QList<HBManagedObject *> rows = context->executeFetchRequest(request);
+    return rows.isEmpty() ? nullptr : rows.first();
+}
+
+QVariant HBAdditionsTable::value(const HBManagedObject *owner, const QString &key) const
+{
+    const HBManagedObject *row = firstRow(owner, key);
+    return row ? row->valueForKey(QStringLiteral("value")) : QVariant();
+}
+
+void HBAdditionsTable::setValue(HBManagedObject *owner, const QVariant &value, const QString &key, NewRow newRow) const
+{
+    if (HBManagedObject *row = firstRow(owner, key)) {
+        row->setValueForKey(value, QStringLiteral("value"));
+        return;
+    }
+    HBManagedObjectContext *context = owner->managedObjectContext();
+    if (!context)
+        return;
+    HBManagedObject *row = context->insertNewObjectForEntityForName(m_entityName);
+    row->setValueForKey(key, QStringLiteral("key"));
+    row->setValueForKey(value, QStringLiteral("value"));
+    if (newRow == NewRow::Linked)
+        row->setObjectForKey(owner, m_ownerKey);
+}

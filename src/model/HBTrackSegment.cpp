@@ -1,0 +1,318 @@
+#include "model/HBTrackSegment.h"
+
+#include "kits/geometry/HBEarthDistance.h"
+#include "kits/geometry/HBMultiPointGeometry.h"
+#include "manager/HBTrackManager.h"
+#include "model/HBPointURIList.h"
+#include "model/HBTrack.h"
+#include "model/HBTrackPoint.h"
+#include "model/HBTrackSegmentPointURIs.h"
+#include "platform/HBLogging.h"
+#include "platform/store/HBFetchRequest.h"
+#include "platform/store/HBManagedObjectContext.h"
+#include "platform/store/HBPersistentStoreCoordinator.h"
+#include "platform/store/HBPropertyDescription.h"
+
+#include <QThreadPool>
+
+#include <algorithm>
+
+std::optional<qint64> HBTrackSegment::order() const
+{
+    const QVariant v = valueForKey(QStringLiteral("order"));
+    return v.isValid() ? std::optional<qint64>(v.toLongLong()) : std::nullopt;
+}
+
+void HBTrackSegment::setOrder(std::optional<qint64> order)
+{
+    setValueForKey(order ? QVariant::fromValue(*order) : QVariant(), QStringLiteral("order"));
+}
+
+std::optional<double> HBTrackSegment::optionalDouble(const QString &key) const
+{
+    const QVariant v = valueForKey(key);
+    return v.isValid() ? std::optional<double>(v.toDouble()) : std::nullopt;
+}
+
+HBTrack *HBTrackSegment::track() const
+{
+    return static_cast<HBTrack *>(objectForKey(QStringLiteral("track")));
+}
+
+HBTrackSegmentPointURIs *HBTrackSegment::trackPointURIs() const
+{
+    return static_cast<HBTrackSegmentPointURIs *>(objectForKey(QStringLiteral("trackPointURIs")));
+}
+
+// --- the point list -----------------------------------------------------------------
+
+QList<HBTrackPoint *> HBTrackSegment::points()
+{
+    if (!m_pointsLoaded) {
+        m_pointCache = fetchPoints();
+        m_pointsLoaded = true;
+    }
+    return m_pointCache;
+}
+
+qsizetype HBTrackSegment::countOfPoints() const
+{
+    return m_pointsLoaded ? m_pointCache.size() : qsizetype(numberOfTrackPoints());
+}
+
+HBTrackPoint *HBTrackSegment::objectInPointsAtIndex(qsizetype index)
+{
+    const QList<HBTrackPoint *> list = points();
+    return index >= 0 && index < list.size() ? list[index] : nullptr;
+}
+
+void HBTrackSegment::setPoints(const QList<HBTrackPoint *> &newPoints)
+{
+    if (countOfPoints() > 0)
+        deletePointsFromStore(points());
+    for (qsizetype i = 0; i < newPoints.size(); ++i) {
+        newPoints[i]->setOrder(i);
+        newPoints[i]->setTrackSegment(this);
+    }
+    m_pointCache = newPoints;
+    m_pointsLoaded = true;
+    m_geometry.reset();
+    recalculateAttributes();
+}
+
+void HBTrackSegment::insertObject(HBTrackPoint *point, qsizetype index)
+{
+    points();
+    index = std::clamp<qsizetype>(index, 0, m_pointCache.size());
+    const QList<HBTrackPoint *> later = m_pointCache.mid(index);
+    m_pointCache.insert(index, point);
+    point->setOrder(index);
+    point->setTrackSegment(this);
+    // Deliberately one value for all of them: the points after an insertion
+    // are only known to come after it, and keep their relative places by
+    // the order the store returns them in.
+    for (HBTrackPoint *p : later)
+        p->setOrder(index + 1);
+    m_geometry.reset();
+    recalculateAttributes();
+}
+
+void HBTrackSegment::removeObjectFromPointsAtIndex(qsizetype index)
+{
+    points();
+    if (index < 0 || index >= m_pointCache.size())
+        return;
+    const QList<HBTrackPoint *> later = m_pointCache.mid(index + 1);
+    deletePointsFromStore({m_pointCache[index]});
+    m_pointCache.removeAt(index);
+    for (HBTrackPoint *p : later)
+        p->setOrder(p->order().value_or(0) - 1);
+    m_geometry.reset();
+    recalculateAttributes();
+}
+
+void HBTrackSegment::removePoint(HBTrackPoint *point)
+{
+    const qsizetype index = points().indexOf(point);
+    if (index >= 0)
+        removeObjectFromPointsAtIndex(index);
+}
+
+// --- statistics ------------------------------------------------------------------------
+
+void HBTrackSegment::recalculateAttributes()
+{
+    if (m_pointCache.isEmpty())
+        return;
+    double distance = 0.0;
+    QDateTime start, end;
+    std::optional<double> minLatitude, maxLatitude, minLongitude, maxLongitude;
+    const HBTrackPoint *previous = nullptr;
+    for (const HBTrackPoint *p : std::as_const(m_pointCache)) {
+        const std::optional<HBDecimal> latitude = p->latitude(), longitude = p->longitude();
+        if (!latitude || !longitude)
+            continue;
+        const QDateTime date = p->date();
+        const QPointF here = p->point();
+        if (previous) {
+            const QPointF before = previous->point();
+            distance += HBEarthDistance(before.x(), before.y(), here.x(), here.y());
+        }
+        if (!previous || !start.isValid() || (date.isValid() && start > date))
+            start = date;
+        if (!previous || !end.isValid() || (date.isValid() && end < date))
+            end = date;
+        minLatitude = std::min(minLatitude.value_or(here.y()), here.y());
+        maxLatitude = std::max(maxLatitude.value_or(here.y()), here.y());
+        minLongitude = std::min(minLongitude.value_or(here.x()), here.x());
+        maxLongitude = std::max(maxLongitude.value_or(here.x()), here.x());
+        previous = p;
+    }
+    const auto optionalValue = [](const std::optional<double> &v) { return v ? QVariant(*v) : QVariant(); };
+    setValueForKey(distance, QStringLiteral("distance"));
+    setValueForKey(QVariant::fromValue(qint64(m_pointCache.size())), QStringLiteral("numberOfTrackPoints"));
+    setValueForKey(start.isValid() ? QVariant(start) : QVariant(), QStringLiteral("startDate"));
+    setValueForKey(end.isValid() ? QVariant(end) : QVariant(), QStringLiteral("endDate"));
+    setValueForKey(optionalValue(minLatitude), QStringLiteral("minLatitude"));
+    setValueForKey(optionalValue(maxLatitude), QStringLiteral("maxLatitude"));
+    setValueForKey(optionalValue(minLongitude), QStringLiteral("minLongitude"));
+    setValueForKey(optionalValue(maxLongitude), QStringLiteral("maxLongitude"));
+    saveTrackPointURIs();
+}
+
+void HBTrackSegment::saveTrackPointURIs()
+{
+    HBManagedObjectContext *context = managedObjectContext();
+    HBPersistentStoreCoordinator *coordinator = context->persistentStoreCoordinator();
+    const QList<HBManagedObject *> objects(m_pointCache.begin(), m_pointCache.end());
+    context->lock();
+    coordinator->lock();
+    HBError error;
+    if (!context->obtainPermanentIDsForObjects(objects, &error)) {
+        qCWarning(hbModel).noquote() << "ObtainPermanentIDsForObjects error occurred in saveTrackPointURIs:"
+                                     << error.localizedDescription();
+        if (context->obtainPermanentIDsForObjects(objects, &error))
+            qCWarning(hbModel).noquote() << "Tried again to ObtainPermanentIDsForObjects, and succeeded!";
+        else
+            qCWarning(hbModel).noquote()
+                << "Tried again and failed: ObtainPermanentIDsForObjects error occurred in saveTrackPointURIs:"
+                << error.localizedDescription();
+    }
+    coordinator->unlock();
+    context->unlock();
+
+    QStringList uris;
+    uris.reserve(m_pointCache.size());
+    for (const HBTrackPoint *p : std::as_const(m_pointCache))
+        uris.append(p->objectID().uriString());
+    const QByteArray data = HBPointURIList::encode(uris);
+    HBTrackSegmentPointURIs *record = trackPointURIs();
+    if (!record) {
+        record = context->insertNewObject<HBTrackSegmentPointURIs>(QStringLiteral("HBTrackSegmentPointURIs"));
+        record->setData(data);
+        setObjectForKey(record, QStringLiteral("trackPointURIs"));
+        return;
+    }
+    record->setData(data);
+}
+
+// --- loading -----------------------------------------------------------------------------
+
+QList<HBTrackPoint *> HBTrackSegment::fetchPoints() const
+{
+    const HBTrackSegmentPointURIs *record = trackPointURIs();
+    const QByteArray data = record ? record->data() : QByteArray();
+    if (data.isEmpty())
+        return {};
+    HBManagedObjectContext *context = managedObjectContext();
+    HBPersistentStoreCoordinator *coordinator = context->persistentStoreCoordinator();
+    QList<HBManagedObjectID> ids;
+    for (const QString &uri : HBPointURIList::decodeStrings(data).value_or(QStringList())) {
+        const HBManagedObjectID id = coordinator->managedObjectIDForURIString(uri);
+        if (!id.isNull())
+            ids.append(id);
+    }
+    if (ids.isEmpty())
+        return {};
+    HBFetchRequest request(QStringLiteral("HBTrackPoint"));
+    request.setPredicate(HBPredicate::format(QStringLiteral("self IN %@"), {QVariant::fromValue(ids)}));
+    request.setReturnsObjectsAsFaults(false);
+    request.setSortDescriptors({{QStringLiteral("order"), true}});
+    QList<HBTrackPoint *> result;
+    for (HBManagedObject *o : context->executeFetchRequest(request))
+        result.append(static_cast<HBTrackPoint *>(o));
+    return result;
+}
+
+HBTrackPoint *HBTrackSegment::fetchPointAtIndex(qsizetype index) const
+{
+    const HBTrackSegmentPointURIs *record = trackPointURIs();
+    const QByteArray data = record ? record->data() : QByteArray();
+    if (data.isEmpty())
+        return nullptr;
+    const qsizetype count = HBPointURIList::count(data);
+    if (index >= count) {
+        qCWarning(hbModel).noquote() << QStringLiteral("Invalid index for fetchPointAtIndex. Requested index: %1 of total: %2")
+                                            .arg(index)
+                                            .arg(count);
+        return nullptr;
+    }
+    const std::optional<QString> uri = HBPointURIList::stringAt(data, index);
+    HBManagedObjectContext *context = managedObjectContext();
+    const HBManagedObjectID id = uri ? context->persistentStoreCoordinator()->managedObjectIDForURIString(*uri) : HBManagedObjectID();
+    if (id.isNull())
+        return nullptr;
+    HBFetchRequest request(QStringLiteral("HBTrackPoint"));
+    request.setPredicate(HBPredicate::format(QStringLiteral("self == %@"), {QVariant::fromValue(id)}));
+    request.setReturnsObjectsAsFaults(false);
+    const QList<HBManagedObject *> found = context->executeFetchRequest(request);
+    return found.isEmpty() ? nullptr : static_cast<HBTrackPoint *>(found.last());
+}
+
+// --- deletion ----------------------------------------------------------------------------
+
+void HBTrackSegment::dropPointURIs()
+{
+    HBTrackSegmentPointURIs *record = trackPointURIs();
+    setObjectForKey(nullptr, QStringLiteral("trackPointURIs"));
+    managedObjectContext()->deleteObject(record);
+}
+
+void HBTrackSegment::deletePointsFromStore(const QList<HBTrackPoint *> &doomed)
+{
+    if (!trackPointURIs())
+        return;
+    QList<HBManagedObjectID> ids;
+    ids.reserve(doomed.size());
+    for (const HBTrackPoint *p : doomed)
+        ids.append(p->objectID());
+    // the segment does not wait for its points to go
+    QThreadPool::globalInstance()->start(
+        [ids] { HBTrackManager::sharedBackgroundThreadTrackManager()->deletePointsWithIDs(ids); });
+    dropPointURIs();
+}
+
+void HBTrackSegment::deleteAllPointsFromStore()
+{
+    const HBTrackSegmentPointURIs *record = trackPointURIs();
+    const QByteArray data = record ? record->data() : QByteArray();
+    if (data.isEmpty())
+        return;
+    HBTrackManager::sharedBackgroundThreadTrackManager()->deletePointsWithURIs(
+        HBPointURIList::decode(data).value_or(QList<QUrl>()));
+    dropPointURIs();
+}
+
+void HBTrackSegment::willSave()
+{
+    if (isDeleted())
+        deleteAllPointsFromStore();
+}
+
+// --- as a map feature ------------------------------------------------------------------------
+
+QString HBTrackSegment::featureName() const
+{
+    const std::optional<qint64> n = order();
+    return QStringLiteral("Segment #%1").arg(n ? QString::number(*n) : QStringLiteral("(null)"));
+}
+
+QHash<QString, HBPropertyDescription> HBTrackSegment::propertiesByName()
+{
+    return HBPropertyDescription::attributes({{QStringLiteral("name"), HBAttributeType::String},
+                                              {QStringLiteral("startDate"), HBAttributeType::Date},
+                                              {QStringLiteral("endDate"), HBAttributeType::Date}});
+}
+
+std::shared_ptr<HBMultiPointGeometry> HBTrackSegment::geometry()
+{
+    if (!m_geometry) {
+        std::vector<QPointF> positions;
+        const QList<HBTrackPoint *> list = points();
+        positions.reserve(size_t(list.size()));
+        for (const HBTrackPoint *p : list)
+            positions.push_back(p->point());
+        m_geometry = std::make_shared<HBMultiPointGeometry>(std::move(positions));
+    }
+    return m_geometry;
+}

@@ -1,0 +1,92 @@
+#pragma once
+
+#include "platform/store/HBManagedObject.h"
+
+#include <QDateTime>
+#include <QHash>
+#include <QList>
+#include <QVariant>
+
+#include <memory>
+#include <optional>
+
+class HBMultiPointGeometry;
+class HBTrack;
+class HBTrackPoint;
+class HBTrackSegmentPointURIs;
+struct HBPropertyDescription;
+
+// An ordered run of track points. The segment lives in the central store
+// and its points in the files of their periods, so it keeps them as an
+// ordered list of point URIs in a record of its own, rewritten after every
+// edit together with the statistics (distance, point count, dates, bounds).
+//
+// Unloaded, a segment answers its point count from the stored statistics;
+// the points are loaded with one fetch on first use of points().
+class HBTrackSegment : public HBManagedObject
+{
+public:
+    // position in the track, from 0
+    std::optional<qint64> order() const;
+    void setOrder(std::optional<qint64> order);
+    // metres along the located points
+    double distance() const { return valueForKey(QStringLiteral("distance")).toDouble(); }
+    qint64 numberOfTrackPoints() const { return valueForKey(QStringLiteral("numberOfTrackPoints")).toLongLong(); }
+    QDateTime startDate() const { return valueForKey(QStringLiteral("startDate")).toDateTime(); }
+    QDateTime endDate() const { return valueForKey(QStringLiteral("endDate")).toDateTime(); }
+    // degrees; absent while no point is located
+    std::optional<double> minLatitude() const { return optionalDouble(QStringLiteral("minLatitude")); }
+    std::optional<double> maxLatitude() const { return optionalDouble(QStringLiteral("maxLatitude")); }
+    std::optional<double> minLongitude() const { return optionalDouble(QStringLiteral("minLongitude")); }
+    std::optional<double> maxLongitude() const { return optionalDouble(QStringLiteral("maxLongitude")); }
+    HBTrack *track() const;
+    HBTrackSegmentPointURIs *trackPointURIs() const;
+
+    // The points in order, loaded on first use.
+    QList<HBTrackPoint *> points();
+    // Takes the list as the segment's points (numbering them from 0); the
+    // points it had before are deleted from their stores.
+    void setPoints(const QList<HBTrackPoint *> &points);
+    qsizetype countOfPoints() const;
+    HBTrackPoint *objectInPointsAtIndex(qsizetype index);
+    // Every point after the inserted one gets the same order, index + 1.
+    void insertObject(HBTrackPoint *point, qsizetype index);
+    void removeObjectFromPointsAtIndex(qsizetype index);
+    void addPoint(HBTrackPoint *point) { insertObject(point, countOfPoints()); }
+    void removePoint(HBTrackPoint *point);
+    bool pointsAreLoaded() const { return m_pointsLoaded; }
+
+    // The points named by the URI list, ordered by their order.
+    QList<HBTrackPoint *> fetchPoints() const;
+    // The point at the index of the URI list, without loading the others.
+    HBTrackPoint *fetchPointAtIndex(qsizetype index) const;
+    void saveTrackPointURIs();
+    void recalculateAttributes();
+
+    // Sends the points to background deletion and drops the URI list.
+    void deletePointsFromStore(const QList<HBTrackPoint *> &points);
+    void deleteAllPointsFromStore();
+
+    // As a map feature.
+    QString featureName() const;
+    QString featureDescription() const { return QStringLiteral("No Description."); }
+    QString kind() const { return QStringLiteral("Track Segment"); }
+    bool allowsInteraction() const { return true; }
+    static QHash<QString, HBPropertyDescription> propertiesByName();
+    // Made from the points at first use (a point without a position counts
+    // as (0, 0)) and kept.
+    std::shared_ptr<HBMultiPointGeometry> geometry();
+    QVariant objectOwner() const { return m_objectOwner; }
+    void setObjectOwner(const QVariant &owner) { m_objectOwner = owner; }
+
+    void willSave() override;
+
+private:
+    std::optional<double> optionalDouble(const QString &key) const;
+    void dropPointURIs();
+
+    QList<HBTrackPoint *> m_pointCache;
+    bool m_pointsLoaded = false;
+    std::shared_ptr<HBMultiPointGeometry> m_geometry;
+    QVariant m_objectOwner;
+};
