@@ -1,6 +1,12 @@
 #include "manager/HBTrackManager.h"
 
 #include "model/HBGeoPoint.h"
+#include "model/HBTrack.h"
+#include "model/HBTrackPoint.h"
+#include "model/HBTrackSegment.h"
+#include "model/HBTrackSegmentPointURIs.h"
+#include "model/HBPointURIList.h"
+#include "model/HBWaypoint.h"
 #include "model/HBTrackDataModel.h"
 #include "platform/HBLogging.h"
 #include "platform/HBMainThread.h"
@@ -633,6 +639,188 @@ void HBTrackManager::deletePointsWithURIs(const QList<QUrl> &pointURIs)
 void HBTrackManager::postDidDeleteObjects()
 {
     emit didDeleteObjects();
+}
+
+// --- deletion of what the user removes -------------------------------------------------------
+
+namespace {
+
+const QStringList kImportSourcePrefetchKeyPaths{
+    QStringLiteral("events"), QStringLiteral("routes"), QStringLiteral("tracks"), QStringLiteral("waypoints"),
+};
+
+const QStringList kWaypointPrefetchKeyPaths{
+    QStringLiteral("additionalAttributes"), QStringLiteral("children"), QStringLiteral("cities"),
+    QStringLiteral("continents"), QStringLiteral("counties"), QStringLiteral("countries"),
+    QStringLiteral("event"), QStringLiteral("importSource"), QStringLiteral("keywords"),
+    QStringLiteral("manualGroups"), QStringLiteral("people"), QStringLiteral("states"),
+};
+
+// Full objects of the entity matching the predicate, their relationships
+// loaded ahead; a failed fetch gives nothing.
+QList<HBManagedObject *> fetchLoaded(HBManagedObjectContext *context, const QString &entity, const HBPredicate &predicate,
+                                     const QStringList &prefetch)
+{
+    HBFetchRequest request(entity);
+    request.setPredicate(predicate);
+    request.setRelationshipKeyPathsForPrefetching(prefetch);
+    request.setReturnsObjectsAsFaults(false);
+    return context->executeFetchRequest(request);
+}
+
+HBPredicate idsIn(const QString &keyPath, const QList<HBManagedObjectID> &ids)
+{
+    return HBPredicate::format(keyPath + QStringLiteral(" IN %@"), {QVariant::fromValue(ids)});
+}
+
+} // namespace
+
+void HBTrackManager::deleteObjects(const QList<HBManagedObject *> &objects)
+{
+    QList<HBManagedObjectID> waypoints, tracks, sources, others;
+    for (const HBManagedObject *o : objects) {
+        const QString entity = o->entity()->name();
+        QList<HBManagedObjectID> &list = entity == QLatin1String("HBWaypoint")       ? waypoints
+                                         : entity == QLatin1String("HBTrack")        ? tracks
+                                         : entity == QLatin1String("HBImportSource") ? sources
+                                                                                      : others;
+        list.append(o->objectID());
+    }
+    // The context is made and dropped on a pool thread: a context cannot be
+    // destroyed from inside its own queue.
+    QThreadPool::globalInstance()->start([this, waypoints, tracks, sources, others] {
+        std::unique_ptr<HBManagedObjectContext> context = newPrivateQueueContext();
+        HBManagedObjectContext *k = context.get();
+        k->performBlockAndWait([&] {
+            if (!waypoints.isEmpty())
+                deleteWaypointsWithIDs(waypoints, k);
+            if (!tracks.isEmpty())
+                deleteTracksWithIDs(tracks, k);
+            if (!sources.isEmpty())
+                deleteImportSourcesWithIDs(sources, k);
+            for (const HBManagedObjectID &id : others) {
+                if (HBManagedObject *object = k->existingObjectWithID(id))
+                    k->deleteObject(object);
+            }
+            saveWithChildContext(k);
+            postDidDeleteObjects();
+        });
+    });
+}
+
+void HBTrackManager::deleteImportSourcesWithIDs(const QList<HBManagedObjectID> &ids, HBManagedObjectContext *context)
+{
+    const QList<HBManagedObject *> sources =
+        fetchLoaded(context, QStringLiteral("HBImportSource"), idsIn(QStringLiteral("self"), ids), kImportSourcePrefetchKeyPaths);
+    // loaded only so that the cascade below finds them in memory
+    fetchLoaded(context, QStringLiteral("HBTrack"), idsIn(QStringLiteral("self.importSource"), ids), HBTrack::prefetchKeyPaths());
+    fetchLoaded(context, QStringLiteral("HBWaypoint"), idsIn(QStringLiteral("self.importSource"), ids), kWaypointPrefetchKeyPaths);
+    for (HBManagedObject *source : sources)
+        context->deleteObject(source);
+}
+
+void HBTrackManager::deleteTracksWithIDs(const QList<HBManagedObjectID> &ids, HBManagedObjectContext *context)
+{
+    for (HBManagedObject *track : fetchLoaded(context, QStringLiteral("HBTrack"), idsIn(QStringLiteral("self"), ids),
+                                              HBTrack::prefetchKeyPaths()))
+        context->deleteObject(track);
+}
+
+void HBTrackManager::deleteWaypointsWithIDs(const QList<HBManagedObjectID> &ids, HBManagedObjectContext *context)
+{
+    for (HBManagedObject *waypoint : fetchLoaded(context, QStringLiteral("HBWaypoint"), idsIn(QStringLiteral("self"), ids),
+                                                 kWaypointPrefetchKeyPaths))
+        context->deleteObject(waypoint);
+}
+
+// --- queries for the host ------------------------------------------------------------------------
+
+namespace {
+
+template<class Record>
+HBFetchedRecords<Record> fetchIntoNewChild(HBTrackManager *manager, const QString &entity, const HBPredicate &predicate)
+{
+    HBFetchedRecords<Record> fetched{manager->newPrivateQueueContext(), {}};
+    fetched.context->performBlockAndWait([&] {
+        for (HBManagedObject *o : fetchLoaded(fetched.context.get(), entity, predicate, {}))
+            fetched.records.append(static_cast<Record *>(o));
+    });
+    return fetched;
+}
+
+} // namespace
+
+HBFetchedRecords<HBTrack> HBTrackManager::tracksForPredicate(const HBPredicate &predicate)
+{
+    return fetchIntoNewChild<HBTrack>(this, QStringLiteral("HBTrack"), predicate);
+}
+
+HBFetchedRecords<HBWaypoint> HBTrackManager::waypointsForPredicate(const HBPredicate &predicate)
+{
+    return fetchIntoNewChild<HBWaypoint>(this, QStringLiteral("HBWaypoint"), predicate);
+}
+
+QHash<QString, HBPredicate> HBTrackManager::nearbyPredicatesForDates(const QList<QDateTime> &unsorted)
+{
+    constexpr qint64 span = 86400;   // seconds either side of a date
+    QList<QDateTime> dates = unsorted;
+    std::sort(dates.begin(), dates.end());
+    if (dates.isEmpty())
+        return {{QStringLiteral("trackPredicate"), HBPredicate::falsePredicate()},
+                {QStringLiteral("waypointPredicate"), HBPredicate::falsePredicate()}};
+    // spans that overlap or touch merge into one interval
+    QList<std::pair<QDateTime, QDateTime>> intervals;
+    QDateTime start = dates.first().addSecs(-span), end;
+    for (const QDateTime &d : std::as_const(dates)) {
+        if (end.isValid() && end < d.addSecs(-span)) {
+            intervals.append({start, end});
+            start = d.addSecs(-span);
+        }
+        end = d.addSecs(span);
+    }
+    intervals.append({start, end});
+
+    QList<HBPredicate> trackParts, waypointParts;
+    for (const auto &[s, e] : std::as_const(intervals)) {
+        trackParts << HBPredicate::format(QStringLiteral("startDate <= %@ AND endDate >= %@"), {s, s})
+                   << HBPredicate::format(QStringLiteral("startDate >= %@ AND endDate <= %@"), {s, e})
+                   << HBPredicate::format(QStringLiteral("startDate <= %@ AND endDate >= %@"), {e, e});
+        waypointParts << HBPredicate::format(QStringLiteral("date >= %@ AND date <= %@"), {s, e});
+    }
+    return {{QStringLiteral("trackPredicate"), HBPredicate::orPredicate(trackParts)},
+            {QStringLiteral("waypointPredicate"), HBPredicate::orPredicate(waypointParts)}};
+}
+
+// Points name their segment by URI, not by a relationship a fetch could
+// follow across files, so a source's points are found through the point
+// lists of its segments and loaded with one fetch.
+QList<HBTrackPoint *> HBTrackManager::batchFaultGraphFromImportSource(HBManagedObject *importSource)
+{
+    HBManagedObjectContext *root = managedObjectContext();
+    QList<HBTrackPoint *> points;
+    root->performBlockAndWait([&] {
+        HBPersistentStoreCoordinator *coordinator = root->persistentStoreCoordinator();
+        QList<HBManagedObjectID> ids;
+        const QList<HBManagedObject *> tracks = fetchLoaded(
+            root, QStringLiteral("HBTrack"), HBPredicate::format(QStringLiteral("importSource == %@"), {QVariant::fromValue(importSource->objectID())}),
+            {QStringLiteral("trackSegments")});
+        for (const HBManagedObject *t : tracks) {
+            for (const HBTrackSegment *s : static_cast<const HBTrack *>(t)->segments()) {
+                const HBTrackSegmentPointURIs *list = s->trackPointURIs();
+                for (const QString &uri : HBPointURIList::decodeStrings(list ? list->data() : QByteArray()).value_or(QStringList())) {
+                    const HBManagedObjectID id = coordinator->managedObjectIDForURIString(uri);
+                    if (!id.isNull())
+                        ids.append(id);
+                }
+            }
+        }
+        if (ids.isEmpty())
+            return;
+        for (HBManagedObject *p : fetchLoaded(root, QStringLiteral("HBTrackPoint"), idsIn(QStringLiteral("self"), ids),
+                                              {QStringLiteral("additionalAttributes"), QStringLiteral("children")}))
+            points.append(static_cast<HBTrackPoint *>(p));
+    });
+    return points;
 }
 
 HBPredicate HBTrackManager::recentImportsPredicate() const

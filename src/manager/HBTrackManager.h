@@ -1,5 +1,6 @@
 #pragma once
 
+#include "manager/HBFetchedRecords.h"
 #include "platform/HBError.h"
 #include "platform/store/HBManagedObjectID.h"
 #include "platform/store/HBPredicate.h"
@@ -17,6 +18,9 @@
 
 class HBManagedObject;
 class HBManagedObjectContext;
+class HBTrack;
+class HBTrackPoint;
+class HBWaypoint;
 class HBOperationQueue;
 class HBPersistentStore;
 class HBPersistentStoreCoordinator;
@@ -114,6 +118,27 @@ public:
     // announces HBTrackManagerDidDeleteObjects on the main thread.
     void deletePointsWithURIs(const QList<QUrl> &pointURIs);
     void postDidDeleteObjects();
+
+    // Deletes the objects (import sources, tracks, waypoints, anything
+    // else) in the background, saves, then announces
+    // HBTrackManagerDidDeleteObjects from that background thread. Deleting
+    // an import source takes its tracks, segments, points and waypoints.
+    void deleteObjects(const QList<HBManagedObject *> &objects);
+    // Delete in the given context, without saving; related records are
+    // loaded in one go first, so that the cascade finds them in memory.
+    void deleteImportSourcesWithIDs(const QList<HBManagedObjectID> &ids, HBManagedObjectContext *context);
+    void deleteTracksWithIDs(const QList<HBManagedObjectID> &ids, HBManagedObjectContext *context);
+    void deleteWaypointsWithIDs(const QList<HBManagedObjectID> &ids, HBManagedObjectContext *context);
+
+    // Fully loaded, in a context made for the call.
+    HBFetchedRecords<HBTrack> tracksForPredicate(const HBPredicate &predicate);
+    HBFetchedRecords<HBWaypoint> waypointsForPredicate(const HBPredicate &predicate);
+    // "trackPredicate" and "waypointPredicate": what lies within a day of
+    // any of the dates.
+    static QHash<QString, HBPredicate> nearbyPredicatesForDates(const QList<QDateTime> &dates);
+    // Every track point of the import source, loaded into the root context
+    // in one fetch.
+    QList<HBTrackPoint *> batchFaultGraphFromImportSource(HBManagedObject *importSource);
 
     // Imports run here, one at a time (shared manager only).
     HBOperationQueue *trackImportQueue() const { return m_trackImportQueue.get(); }

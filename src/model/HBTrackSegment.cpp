@@ -283,9 +283,11 @@ void HBTrackSegment::deleteAllPointsFromStore()
     dropPointURIs();
 }
 
+// Only the save that reaches the files takes the points along: a deletion
+// saved into a parent context is carried out when the parent is saved.
 void HBTrackSegment::willSave()
 {
-    if (isDeleted())
+    if (isDeleted() && !managedObjectContext()->parentContext())
         deleteAllPointsFromStore();
 }
 

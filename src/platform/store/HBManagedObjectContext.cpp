@@ -298,6 +298,30 @@ void HBManagedObjectContext::objectDidChange(HBManagedObject *object, const HBPr
     d->updatedByRoot[object->m_entity->rootEntity()].insert(object);
 }
 
+// The object leaves the cached member lists it is in, and its own lists
+// go; other cached lists stay good. Deleting thousands of points whose
+// extras were loaded ahead must not fetch their extras again one by one.
+void HBManagedObjectContext::forgetCachedMembership(const HBManagedObject *object)
+{
+    for (const HBPropertyDescription *p : object->m_entity->properties()) {
+        if (p->isToMany) {
+            d->toManyCache.remove(qMakePair(object, p->index));
+            continue;
+        }
+        if (!p->isToOne() || !p->inverse || !p->inverse->isToMany)
+            continue;
+        const QVariant *value = object->findSlot(p->index);
+        if (!value || !value->isValid())
+            continue;
+        const HBManagedObject *owner = value->metaType() == QMetaType::fromType<HBManagedObject *>()
+                                           ? value->value<HBManagedObject *>()
+                                           : d->registered.value(value->value<HBManagedObjectID>());
+        auto cached = d->toManyCache.find(qMakePair(owner, p->inverse->index));
+        if (cached != d->toManyCache.end())
+            cached->removeAll(const_cast<HBManagedObject *>(object));
+    }
+}
+
 void HBManagedObjectContext::deleteObject(HBManagedObject *object)
 {
     if (!object || object->m_deleted || object->m_context != this)
@@ -316,7 +340,7 @@ void HBManagedObjectContext::deleteObject(HBManagedObject *object)
     object->m_deleted = true;
     d->updated.remove(object);
     d->updatedByRoot[object->m_entity->rootEntity()].remove(object);
-    d->toManyCache.clear();
+    forgetCachedMembership(object);
     // An object inserted here and deleted again never leaves this context;
     // the next save only drops it.
     if (!object->m_inserted)

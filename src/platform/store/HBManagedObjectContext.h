@@ -107,6 +107,7 @@ private:
     QList<HBManagedObject *> relatedObjects(const HBManagedObject *object, const HBPropertyDescription *property);
     bool fulfillFault(HBManagedObject *object);
     HBPersistentStore *storeOfRelatedRecord(const HBManagedObject *object) const;
+    void forgetCachedMembership(const HBManagedObject *object);
     // The object's values with relationships as IDs, for a child or parent.
     static HBRowValues valuesForAnotherContext(const HBManagedObject *object);
     QList<Snapshot> fetchSnapshots(const HBFetchRequest &request, HBError *error);
