@@ -1,7 +1,9 @@
 #include "model/HBTrackDataModel.h"
 
+#include "model/HBEvent.h"
 #include "model/HBGeoPointAdditions.h"
 #include "model/HBGeoPointSymbol.h"
+#include "model/HBImportSource.h"
 #include "model/HBTrackPoint.h"
 #include "model/HBWaypoint.h"
 #include "platform/store/HBManagedObjectModel.h"
@@ -108,6 +110,7 @@ void addSourceEntities(HBManagedObjectModel &m)
     source.addToMany(QStringLiteral("events"), QStringLiteral("HBEvent"), QStringLiteral("importSource"), Rule::Cascade);
     source.addToMany(QStringLiteral("tracks"), QStringLiteral("HBTrack"), QStringLiteral("importSource"), Rule::Cascade);
     source.addToMany(QStringLiteral("waypoints"), QStringLiteral("HBWaypoint"), QStringLiteral("importSource"), Rule::Cascade);
+    source.setFactory([] { return new HBImportSource; });
 
     HBEntityDescription &event = m.addEntity(QStringLiteral("HBEvent"));
     event.addAttribute(QStringLiteral("name"), T::String);
@@ -117,6 +120,7 @@ void addSourceEntities(HBManagedObjectModel &m)
     event.addToOne(QStringLiteral("importSource"), QStringLiteral("HBImportSource"), QStringLiteral("events"));
     event.addToMany(QStringLiteral("tracks"), QStringLiteral("HBTrack"), QStringLiteral("event"));
     event.addToMany(QStringLiteral("waypoints"), QStringLiteral("HBWaypoint"), QStringLiteral("event"));
+    event.setFactory([] { return new HBEvent; });
 
     HBEntityDescription &bonus = m.addEntity(QStringLiteral("HBBonusTable"));
     bonus.addAttribute(QStringLiteral("key"), T::String);
@@ -131,6 +135,8 @@ template<class Record> void registerRecordClass()
 
 HBManagedObjectModel *buildModel()
 {
+    registerRecordClass<HBImportSource>();
+    registerRecordClass<HBEvent>();
     registerRecordClass<HBGeoPoint>();
     registerRecordClass<HBTrackPoint>();
     registerRecordClass<HBWaypoint>();
