@@ -1,4 +1,5 @@
 #include "SqliteRows.h"
+#include "TemporaryHome.h"
 
 #include "import/HBFileImportOperation.h"
 #include "manager/HBTrackManager.h"
@@ -101,9 +102,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY(m_home.isValid());
-        qputenv("XDG_DATA_HOME", QFile::encodeName(m_home.filePath(QStringLiteral("data"))));
-        qputenv("XDG_CACHE_HOME", QFile::encodeName(m_home.filePath(QStringLiteral("cache"))));
-        qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_home.filePath(QStringLiteral("config"))));
+        useTemporaryHome(m_home);
         QVERIFY(QDir().mkpath(filesFolder()));
         QVERIFY(HBTrackManager::sharedTrackManager());
     }
