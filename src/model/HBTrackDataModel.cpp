@@ -1,9 +1,11 @@
 #include "model/HBTrackDataModel.h"
 
+#include "model/HBEvent.h"
 #include "model/HBGeoPointAdditions.h"
 #include "model/HBGeoPointSymbol.h"
 #include "model/HBTrack.h"
 #include "model/HBTrackAdditions.h"
+#include "model/HBImportSource.h"
 #include "model/HBTrackPoint.h"
 #include "model/HBTrackSegment.h"
 #include "model/HBTrackSegmentPointURIs.h"
@@ -116,6 +118,7 @@ void addSourceEntities(HBManagedObjectModel &m)
     source.addToMany(QStringLiteral("events"), QStringLiteral("HBEvent"), QStringLiteral("importSource"), Rule::Cascade);
     source.addToMany(QStringLiteral("tracks"), QStringLiteral("HBTrack"), QStringLiteral("importSource"), Rule::Cascade);
     source.addToMany(QStringLiteral("waypoints"), QStringLiteral("HBWaypoint"), QStringLiteral("importSource"), Rule::Cascade);
+    source.setFactory([] { return new HBImportSource; });
 
     HBEntityDescription &event = m.addEntity(QStringLiteral("HBEvent"));
     event.addAttribute(QStringLiteral("name"), T::String);
@@ -125,6 +128,7 @@ void addSourceEntities(HBManagedObjectModel &m)
     event.addToOne(QStringLiteral("importSource"), QStringLiteral("HBImportSource"), QStringLiteral("events"));
     event.addToMany(QStringLiteral("tracks"), QStringLiteral("HBTrack"), QStringLiteral("event"));
     event.addToMany(QStringLiteral("waypoints"), QStringLiteral("HBWaypoint"), QStringLiteral("event"));
+    event.setFactory([] { return new HBEvent; });
 
     HBEntityDescription &bonus = m.addEntity(QStringLiteral("HBBonusTable"));
     bonus.addAttribute(QStringLiteral("key"), T::String);
@@ -139,6 +143,8 @@ template<class Record> void registerRecordClass()
 
 HBManagedObjectModel *buildModel()
 {
+    registerRecordClass<HBImportSource>();
+    registerRecordClass<HBEvent>();
     registerRecordClass<HBGeoPoint>();
     registerRecordClass<HBTrackPoint>();
     registerRecordClass<HBWaypoint>();

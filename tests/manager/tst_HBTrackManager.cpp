@@ -1,4 +1,5 @@
 #include "SqliteRows.h"
+#include "TemporaryHome.h"
 
 #include "manager/HBTrackManager.h"
 #include "model/HBTrackDataModel.h"
@@ -84,9 +85,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY(m_home.isValid());
-        qputenv("XDG_DATA_HOME", QFile::encodeName(m_home.filePath(QStringLiteral("data"))));
-        qputenv("XDG_CACHE_HOME", QFile::encodeName(m_home.filePath(QStringLiteral("cache"))));
-        qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_home.filePath(QStringLiteral("config"))));
+        useTemporaryHome(m_home);
         m_manager = HBTrackManager::sharedTrackManager();
         QCOMPARE(HBTrackManager::supportFolder(), m_home.filePath(QStringLiteral("data/Fernwick")));
         QCOMPARE(HBTrackManager::pointFolder(), m_home.filePath(QStringLiteral("data/Fernwick/PointDatabases")));

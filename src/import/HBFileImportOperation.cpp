@@ -1,0 +1,91 @@
+#include "import/HBFileImportOperation.h"
+
+#include "model/HBImportSource.h"
+#include "platform/store/HBManagedObjectContext.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QStringDecoder>
+
+#include <vector>
+
+namespace {
+
+// A UTF-8 decoder that also tells whether it holds the first bytes of a
+// character cut off by the end of its last input. The decoder carries such
+// bytes over to the next chunk, so a character split by a chunk boundary
+// counts once; left over at the end of the file, they are a truncated,
+// invalid character.
+class Utf8Decoder : public QStringDecoder
+{
+public:
+    // The byte order mark is decoded as U+FEFF rather than dropped, so that
+    // every code point of the file counts.
+    Utf8Decoder() : QStringDecoder(Encoding::Utf8, Flag::ConvertInitialBom) {}
+    bool hasIncompleteCharacter() const { return state.remainingChars != 0; }
+};
+
+} // namespace
+
+HBFileImportOperation::HBFileImportOperation() = default;
+
+HBFileImportOperation::~HBFileImportOperation() = default;
+
+void HBFileImportOperation::setManagedObjectContext(std::unique_ptr<HBManagedObjectContext> context)
+{
+    m_ownedContext = std::move(context);
+    m_context = m_ownedContext.get();
+}
+
+void HBFileImportOperation::setSharedManagedObjectContext(HBManagedObjectContext *context)
+{
+    m_ownedContext.reset();
+    m_context = context;
+}
+
+void HBFileImportOperation::setFilePath(const QString &path)
+{
+    m_filePath = path;
+    m_numberOfCharacters = numberOfCharactersInFile(path);
+}
+
+quint64 HBFileImportOperation::numberOfCharactersInFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    Utf8Decoder decoder;
+    std::vector<char> bytes(kCharacterCountChunkBytes);
+    std::vector<QChar> units(decoder.requiredSpace(kCharacterCountChunkBytes));
+    quint64 count = 0;
+    for (;;) {
+        const qint64 read = file.read(bytes.data(), qint64(bytes.size()));
+        if (read < 0)
+            return 0;
+        if (read == 0)
+            break;
+        const QChar *end = decoder.appendToBuffer(units.data(), QByteArrayView(bytes.data(), read));
+        // the rest of an invalid file is not worth reading
+        if (decoder.hasError())
+            return 0;
+        count += quint64(end - units.data());
+    }
+    return decoder.hasIncompleteCharacter() ? 0 : count;
+}
+
+HBImportSource *HBFileImportOperation::insertImportSource(HBManagedObjectContext *context) const
+{
+    auto *source = context->insertNewObject<HBImportSource>(QStringLiteral("HBImportSource"));
+    source->setSourceType(HBImportSource::kHBImportSourceTypeFile);
+    source->setFilePath(m_filePath);
+    const QFileInfo file(m_filePath);
+    source->setName(file.fileName());
+    source->setImportDate(m_importDate);
+    // a missing file reports size 0 and no date, and gets neither
+    if (file.size() > 0)
+        source->setFileSize(quint64(file.size()));
+    const QDateTime modified = file.lastModified();
+    if (modified.isValid())
+        source->setFileModificationDate(modified);
+    return source;
+}
