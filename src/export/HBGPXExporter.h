@@ -1,0 +1,49 @@
+#pragma once
+
+#include "export/HBXMLElement.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+class HBGeoPoint;
+class HBManagedObject;
+class HBTrack;
+class HBTrackSegment;
+class HBWaypoint;
+
+// Writes waypoints and tracks to one GPX 1.1 file. The host fills the lists
+// and calls exportToPath; decimals are written with every digit they were
+// stored with, times in UTC. Routes are accepted and never written.
+//
+// The records are read where the caller stands: call from the queue of the
+// context that holds them.
+class HBGPXExporter
+{
+public:
+    QList<HBWaypoint *> &waypoints() { return m_waypoints; }
+    QList<HBTrack *> &tracks() { return m_tracks; }
+    QList<HBManagedObject *> &routes() { return m_routes; }
+
+    // Builds the document and writes it in one piece: the target is
+    // replaced only by a complete file. false when the write fails.
+    bool exportToPath(const QString &path);
+    // The document of the last export.
+    QByteArray xmlDocument() const { return m_xmlDocument; }
+    QString errorString() const { return m_errorString; }
+
+    static HBXMLElement xmlNodeFromGeoPoint(HBGeoPoint *point);
+    static HBXMLElement xmlNodeFromSegment(HBTrackSegment *segment);
+    static HBXMLElement xmlNodeFromTrack(HBTrack *track);
+    // Null when no point of the lists has a position.
+    HBXMLElement xmlNodeForBounds() const;
+
+private:
+    QByteArray serialise() const;
+
+    QList<HBWaypoint *> m_waypoints;
+    QList<HBTrack *> m_tracks;
+    QList<HBManagedObject *> m_routes;
+    QByteArray m_xmlDocument;
+    QString m_errorString;
+};
