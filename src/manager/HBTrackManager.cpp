@@ -217,6 +217,7 @@ HBTrackManager *HBTrackManager::sharedTrackManager()
     manager->m_trackImportQueue = std::make_unique<HBOperationQueue>();
     manager->m_trackImportQueue->setMaxConcurrentOperationCount(1);
     manager->m_recentImportsPredicate = HBPredicate::falsePredicate();
+    manager->refreshRecentImportsPredicate();
     process().shared.store(manager);
     return manager;
 }
@@ -480,6 +481,8 @@ HBManagedObjectContext *HBTrackManager::managedObjectContext()
     if (!m_managedObjectContext) {
         m_managedObjectContext = std::make_unique<HBManagedObjectContext>(HBManagedObjectContext::PrivateQueueConcurrencyType);
         m_managedObjectContext->setPersistentStoreCoordinator(coordinator);
+        if (m_role == Role::Background)
+            announceSavesOf(m_managedObjectContext.get());
     }
     return m_managedObjectContext.get();
 }
@@ -501,6 +504,8 @@ std::unique_ptr<HBManagedObjectContext> HBTrackManager::newManagedObjectContext(
 {
     auto context = std::make_unique<HBManagedObjectContext>(HBManagedObjectContext::PrivateQueueConcurrencyType);
     context->setPersistentStoreCoordinator(persistentStoreCoordinator());
+    if (m_role == Role::Background)
+        announceSavesOf(context.get());
     return context;
 }
 
@@ -823,7 +828,124 @@ QList<HBTrackPoint *> HBTrackManager::batchFaultGraphFromImportSource(HBManagedO
     return points;
 }
 
+// --- what the import contexts saved ---------------------------------------------------------
+
+// The imports write through the background manager's contexts; the user
+// interface learns of their saves through the shared manager.
+void HBTrackManager::announceSavesOf(HBManagedObjectContext *context)
+{
+    connect(context, &HBManagedObjectContext::didSave, context,
+            [] { sharedTrackManager()->importOperationContextDidSave(); }, Qt::DirectConnection);
+}
+
+void HBTrackManager::importOperationContextDidSave()
+{
+    HBMainThread::post([] {
+        HBTrackManager *shared = sharedTrackManager();
+        shared->refreshRecentImportsPredicate();
+        emit shared->didAddNewImportSource();
+    });
+}
+
 HBPredicate HBTrackManager::recentImportsPredicate() const
 {
+    QMutexLocker lock(&m_recentImportsMutex);
     return m_recentImportsPredicate;
+}
+
+void HBTrackManager::setRecentImportsPredicate(const HBPredicate &predicate)
+{
+    {
+        QMutexLocker lock(&m_recentImportsMutex);
+        m_recentImportsPredicate = predicate;
+    }
+    emit recentImportsPredicateChanged();
+}
+
+// All files of one import call share its date, so the sources with the
+// newest import date are the newest batch.
+void HBTrackManager::refreshRecentImportsPredicate()
+{
+    QThreadPool::globalInstance()->start([this] {
+        std::unique_ptr<HBManagedObjectContext> context = newPrivateQueueContext();
+        QList<HBManagedObjectID> batch;
+        context->performBlockAndWait([&] {
+            HBFetchRequest newest(QStringLiteral("HBImportSource"));
+            newest.setPredicate(HBPredicate::format(QStringLiteral("importDate <= %@"), {QDateTime::currentDateTimeUtc()}));
+            newest.setSortDescriptors({{QStringLiteral("importDate"), false}});
+            newest.setFetchLimit(1);
+            const QList<HBManagedObject *> found = context->executeFetchRequest(newest);
+            if (found.isEmpty())
+                return;
+            HBFetchRequest sameBatch(QStringLiteral("HBImportSource"));
+            sameBatch.setPredicate(HBPredicate::format(QStringLiteral("importDate == %@"),
+                                                       {found.first()->valueForKey(QStringLiteral("importDate"))}));
+            batch = context->executeFetchRequestForObjectIDs(sameBatch);
+        });
+        const HBPredicate predicate = batch.isEmpty()
+                                          ? HBPredicate::falsePredicate()
+                                          : HBPredicate::format(QStringLiteral("self.importSource IN %@"), {QVariant::fromValue(batch)});
+        mainQueueContext()->performBlock([this, predicate] { setRecentImportsPredicate(predicate); });
+    });
+}
+
+QList<HBManagedObject *> HBTrackManager::recentImports()
+{
+    const HBPredicate predicate = recentImportsPredicate();
+    std::unique_ptr<HBManagedObjectContext> context = newPrivateQueueContext();
+    QList<HBManagedObjectID> ids;
+    context->performBlockAndWait([&] {
+        for (const char *entity : {"HBTrack", "HBWaypoint"}) {
+            HBFetchRequest request{QLatin1String(entity)};
+            request.setPredicate(predicate);
+            HBError error;
+            const QList<HBManagedObjectID> found = context->executeFetchRequestForObjectIDs(request, &error);
+            if (!error.isNull())
+                qCWarning(hbManager).noquote() << "FetchRequest error occurred in recentImports:" << error.localizedDescription();
+            ids += found;
+        }
+    });
+    QList<HBManagedObject *> objects;
+    HBManagedObjectContext *ui = mainQueueContext();
+    ui->performBlockAndWait([&] {
+        for (const HBManagedObjectID &id : std::as_const(ids))
+            objects.append(ui->objectWithID(id));
+    });
+    return objects;
+}
+
+// --- file types ---------------------------------------------------------------------------
+
+QStringList HBTrackManager::validFileTypes()
+{
+    return {QStringLiteral("gpx"), QStringLiteral("tcx"), QStringLiteral("nmea"),
+            QStringLiteral("log"), QStringLiteral("txt"),  QStringLiteral("gps")};
+}
+
+HBPredicate HBTrackManager::validFileTypePredicate()
+{
+    static const HBPredicate predicate = [] {
+        QList<HBPredicate> suffixes;
+        for (const QString &type : validFileTypes())
+            suffixes.append(HBPredicate::format(QStringLiteral("SELF endswith[cd] %@"), {u'.' + type}));
+        return HBPredicate::orPredicate(suffixes);
+    }();
+    return predicate;
+}
+
+bool HBTrackManager::validateFilesAtPaths(const QStringList &paths)
+{
+    const HBPredicate valid = validFileTypePredicate();
+    for (const QString &path : paths) {
+        if (valid.evaluateWithValue(path))
+            return true;
+        if (!QFileInfo(path).isDir())
+            continue;
+        QDirIterator below(path, QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+        while (below.hasNext()) {
+            if (valid.evaluateWithValue(below.next()))
+                return true;
+        }
+    }
+    return false;
 }

@@ -28,6 +28,8 @@ class HBPersistentStoreCoordinator;
 // Names of the manager's announcements; each is also a signal of the manager.
 inline const QString HBTrackManagerDidAddNewCentralStore = QStringLiteral("HBTrackManagerDidAddNewCentralStore");
 inline const QString HBTrackManagerDidDeleteObjects = QStringLiteral("HBTrackManagerDidDeleteObjects");
+inline const QString HBTrackManagerDidAddNewImportSource = QStringLiteral("HBTrackManagerDidAddNewImportSource");
+inline const QString HBTrackManagerDidFinishBatchImport = QStringLiteral("HBTrackManagerDidFinishBatchImport");
 
 // Owns everything persistent: the folders, the store files, the
 // coordinators over them and the contexts the library works in.
@@ -48,6 +50,17 @@ inline const QString HBTrackManagerDidDeleteObjects = QStringLiteral("HBTrackMan
 class HBTrackManager : public QObject
 {
     Q_OBJECT
+    // The progress of the running import batch, for a progress display;
+    // read and changed on the main thread.
+    Q_PROPERTY(bool trackImportIsInProgress READ trackImportIsInProgress NOTIFY trackImportIsInProgressChanged)
+    Q_PROPERTY(bool trackImportIsIndeterminateProgress READ trackImportIsIndeterminateProgress
+                   NOTIFY trackImportIsIndeterminateProgressChanged)
+    Q_PROPERTY(quint64 trackImportProgressMin READ trackImportProgressMin NOTIFY trackImportProgressMinChanged)
+    Q_PROPERTY(quint64 trackImportProgressMax READ trackImportProgressMax NOTIFY trackImportProgressMaxChanged)
+    Q_PROPERTY(quint64 trackImportProgressValue READ trackImportProgressValue NOTIFY trackImportProgressValueChanged)
+    Q_PROPERTY(quint64 trackImportLastFinishedProgressValue READ trackImportLastFinishedProgressValue
+                   NOTIFY trackImportLastFinishedProgressValueChanged)
+    Q_PROPERTY(QString trackImportProgressInfo READ trackImportProgressInfo NOTIFY trackImportProgressInfoChanged)
 public:
     // What a host shows instead of an error panel, and the fatal report
     // when the stores cannot be opened at start (message, informative text).
@@ -142,16 +155,53 @@ public:
 
     // Imports run here, one at a time (shared manager only).
     HBOperationQueue *trackImportQueue() const { return m_trackImportQueue.get(); }
+
+    // The file types the importers read ("gpx", "tcx", "nmea", "log",
+    // "txt", "gps"), and a predicate on paths that ends in one of them.
+    static QStringList validFileTypes();
+    static HBPredicate validFileTypePredicate();
+    // Whether any path, or any file below a folder among them, has a
+    // valid type. Names only: no file is opened.
+    static bool validateFilesAtPaths(const QStringList &paths);
+
+    bool trackImportIsInProgress() const { return m_progress.inProgress; }
+    bool trackImportIsIndeterminateProgress() const { return m_progress.indeterminate; }
+    quint64 trackImportProgressMin() const { return m_progress.min; }
+    quint64 trackImportProgressMax() const { return m_progress.max; }
+    quint64 trackImportProgressValue() const { return m_progress.value; }
+    quint64 trackImportLastFinishedProgressValue() const { return m_progress.lastFinished; }
+    QString trackImportProgressInfo() const { return m_progress.info; }
+
+    // Selects the tracks and waypoints of the newest import batch; false
+    // until there is one. Recomputed in the background.
     HBPredicate recentImportsPredicate() const;
+    void refreshRecentImportsPredicate();
+    // The tracks, then the waypoints, of the newest batch, as objects of
+    // the main-queue context.
+    QList<HBManagedObject *> recentImports();
+    // Called on the saving thread after an import context saved.
+    void importOperationContextDidSave();
 
 signals:
     void didDeleteObjects();
+    void didAddNewImportSource();
+    void didFinishBatchImport();
+    void recentImportsPredicateChanged();
+    void trackImportIsInProgressChanged();
+    void trackImportIsIndeterminateProgressChanged();
+    void trackImportProgressMinChanged();
+    void trackImportProgressMaxChanged();
+    void trackImportProgressValueChanged();
+    void trackImportLastFinishedProgressValueChanged();
+    void trackImportProgressInfoChanged();
 
 private:
     enum class Role { Shared, Background };
     explicit HBTrackManager(Role role);
     ~HBTrackManager() override;
     HBPersistentStoreCoordinator *coordinatorIfMade() const;
+    static void announceSavesOf(HBManagedObjectContext *context);
+    void setRecentImportsPredicate(const HBPredicate &predicate);
 
     const Role m_role;
     mutable QMutex m_mutex;   // the lazily made coordinator and contexts
@@ -159,5 +209,13 @@ private:
     std::unique_ptr<HBManagedObjectContext> m_managedObjectContext;
     std::unique_ptr<HBManagedObjectContext> m_mainQueueContext;
     std::unique_ptr<HBOperationQueue> m_trackImportQueue;
+    mutable QMutex m_recentImportsMutex;
     HBPredicate m_recentImportsPredicate;
+    struct Progress
+    {
+        bool inProgress = false;
+        bool indeterminate = false;
+        quint64 min = 0, max = 0, value = 0, lastFinished = 0;
+        QString info;
+    } m_progress;
 };
