@@ -1,0 +1,40 @@
+#pragma once
+
+#include "platform/store/HBPredicate.h"
+
+#include <QDateTime>
+#include <QString>
+
+#include <optional>
+
+class QCommandLineParser;
+class HBTrackManager;
+
+// Which tracks and waypoints a command works on: those of a day, month or
+// year (local time), of the import sources of one file name, of the newest
+// import batch, or all of them.
+class HBGPSSelection
+{
+public:
+    enum class Kind { All, Date, Source, Recent };
+
+    static void addOptions(QCommandLineParser &parser, bool withAll);
+    // Null, with the reason, when the options contradict each other or a
+    // value cannot be read.
+    static std::optional<HBGPSSelection> fromParser(const QCommandLineParser &parser, QString *error);
+
+    Kind kind() const { return m_kind; }
+    QString sourceName() const { return m_sourceName; }
+    // Predicates for "HBTrack" and "HBWaypoint" fetches; reads the stores
+    // for the source and recent selections.
+    HBPredicate trackPredicate(HBTrackManager *manager) const;
+    HBPredicate waypointPredicate(HBTrackManager *manager) const;
+
+private:
+    HBPredicate sourcePredicate(HBTrackManager *manager) const;
+    static HBPredicate recentPredicate(HBTrackManager *manager);
+
+    Kind m_kind = Kind::All;
+    QDateTime m_from, m_to;   // [from, to)
+    QString m_sourceName;
+};

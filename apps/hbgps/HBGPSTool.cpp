@@ -1,0 +1,331 @@
+#include "HBGPSTool.h"
+
+#include "HBGPSSelection.h"
+
+#include "export/HBGPXExporter.h"
+#include "manager/HBTrackManager.h"
+#include "model/HBTrack.h"
+#include "model/HBTrackDataModel.h"
+#include "model/HBWaypoint.h"
+#include "platform/HBMainThread.h"
+#include "platform/store/HBEntityDescription.h"
+#include "platform/store/HBManagedObjectContext.h"
+#include "platform/store/HBManagedObjectModel.h"
+#include "platform/store/HBPersistentStore.h"
+#include "platform/store/HBPersistentStoreCoordinator.h"
+
+#include <QCommandLineParser>
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QThreadPool>
+
+#include <cstdio>
+
+namespace {
+
+const QString kToolHelp = QStringLiteral(
+    "Usage: hbgps COMMAND [OPTIONS]\n"
+    "\n"
+    "Commands:\n"
+    "  import PATH...   import GPX, TCX and NMEA files (folders are searched)\n"
+    "  list             list tracks and waypoints\n"
+    "  export -o FILE   write tracks and waypoints to a GPX file\n"
+    "  delete           delete an import source with its tracks and waypoints\n"
+    "  info             show where the data lives and what the stores hold\n"
+    "\n"
+    "hbgps COMMAND --help shows the options of a command. The data lives under\n"
+    "$XDG_DATA_HOME/Fernwick and $XDG_CACHE_HOME/Fernwick.\n");
+
+// One row of the listing.
+struct Row
+{
+    QString kind, name;
+    QDateTime startDate, endDate;
+    std::optional<qint64> points;
+    std::optional<double> distance;   // metres
+    QString source;
+};
+
+QString sourceNameOf(const HBManagedObject *record)
+{
+    const HBManagedObject *source = record->objectForKey(QStringLiteral("importSource"));
+    return source ? source->valueForKey(QStringLiteral("name")).toString() : QString();
+}
+
+// The selected tracks (by start) then waypoints (by date), read in a
+// context of their own.
+QList<Row> selectedRows(HBTrackManager *manager, const HBGPSSelection &selection)
+{
+    const HBPredicate tracks = selection.trackPredicate(manager);
+    const HBPredicate waypoints = selection.waypointPredicate(manager);
+    std::unique_ptr<HBManagedObjectContext> context = manager->newPrivateQueueContext();
+    QList<Row> rows;
+    context->performBlockAndWait([&] {
+        HBFetchRequest trackRequest(QStringLiteral("HBTrack"));
+        trackRequest.setPredicate(tracks);
+        trackRequest.setSortDescriptors({{QStringLiteral("startDate"), true}});
+        for (const HBManagedObject *o : context->executeFetchRequest(trackRequest)) {
+            const auto *t = static_cast<const HBTrack *>(o);
+            rows.append({QStringLiteral("Track"), t->name(), t->startDate(), t->endDate(), t->numberOfTrackPoints(),
+                         t->distance(), sourceNameOf(t)});
+        }
+        HBFetchRequest waypointRequest(QStringLiteral("HBWaypoint"));
+        waypointRequest.setPredicate(waypoints);
+        waypointRequest.setSortDescriptors({{QStringLiteral("date"), true}});
+        for (const HBManagedObject *o : context->executeFetchRequest(waypointRequest)) {
+            const auto *w = static_cast<const HBWaypoint *>(o);
+            rows.append({QStringLiteral("Waypoint"), w->name(), w->date(), w->date(), std::nullopt, std::nullopt, sourceNameOf(w)});
+        }
+    });
+    return rows;
+}
+
+QString localTime(const QDateTime &date)
+{
+    return date.isValid() ? date.toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) : QString();
+}
+
+void printTable(QTextStream &out, const QList<Row> &rows)
+{
+    const QStringList header{QStringLiteral("KIND"), QStringLiteral("NAME"), QStringLiteral("START"),
+                             QStringLiteral("POINTS"), QStringLiteral("KM"), QStringLiteral("SOURCE")};
+    QList<QStringList> cells{header};
+    for (const Row &r : rows) {
+        cells.append({r.kind, r.name, localTime(r.startDate), r.points ? QString::number(*r.points) : QString(),
+                      r.distance ? QString::number(*r.distance / 1000.0, 'f', 2) : QString(), r.source});
+    }
+    QList<qsizetype> widths(header.size(), 0);
+    for (const QStringList &line : cells) {
+        for (qsizetype i = 0; i < line.size(); ++i)
+            widths[i] = std::max(widths[i], line[i].size());
+    }
+    for (const QStringList &line : cells) {
+        QStringList padded;
+        for (qsizetype i = 0; i < line.size(); ++i)
+            padded.append(i == 3 || i == 4 ? line[i].rightJustified(widths[i]) : line[i].leftJustified(widths[i]));
+        out << padded.join(QStringLiteral("  ")).trimmed() << '\n';
+    }
+}
+
+QJsonArray asJson(const QList<Row> &rows)
+{
+    QJsonArray array;
+    for (const Row &r : rows) {
+        QJsonObject o;
+        o.insert(QStringLiteral("kind"), r.kind);
+        o.insert(QStringLiteral("name"), r.name.isNull() ? QJsonValue() : QJsonValue(r.name));
+        o.insert(QStringLiteral("startDate"), r.startDate.isValid() ? QJsonValue(r.startDate.toUTC().toString(Qt::ISODate)) : QJsonValue());
+        o.insert(QStringLiteral("endDate"), r.endDate.isValid() ? QJsonValue(r.endDate.toUTC().toString(Qt::ISODate)) : QJsonValue());
+        o.insert(QStringLiteral("numberOfTrackPoints"), r.points ? QJsonValue(double(*r.points)) : QJsonValue());
+        o.insert(QStringLiteral("distance"), r.distance ? QJsonValue(*r.distance) : QJsonValue());
+        o.insert(QStringLiteral("source"), r.source.isNull() ? QJsonValue() : QJsonValue(r.source));
+        array.append(o);
+    }
+    return array;
+}
+
+// Sets up a command's parser; true when the command should go on (false
+// with the exit code when it printed its help or the arguments are wrong).
+bool parseCommand(QCommandLineParser &parser, const QStringList &arguments, QTextStream &out, QTextStream &err, int *exitCode)
+{
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Shows this help."));
+    parser.addOption(help);
+    if (!parser.parse(arguments)) {
+        err << "hbgps: " << parser.errorText() << '\n';
+        *exitCode = HBGPSTool::BadUsage;
+        return false;
+    }
+    if (parser.isSet(help)) {
+        out << parser.helpText();
+        *exitCode = HBGPSTool::Success;
+        return false;
+    }
+    return true;
+}
+
+// Waits, serving the main thread, until the background work of the
+// library (deletions, saves) is done.
+void waitForBackgroundWork()
+{
+    HBMainThread::waitUntil(
+        [](std::chrono::milliseconds slice) { return QThreadPool::globalInstance()->waitForDone(int(slice.count())); });
+}
+
+} // namespace
+
+HBGPSTool::HBGPSTool()
+    : m_out(stdout)
+    , m_err(stderr)
+{
+}
+
+int HBGPSTool::usageError(const QString &message)
+{
+    m_err << "hbgps: " << message << "\nTry 'hbgps --help'.\n";
+    return BadUsage;
+}
+
+int HBGPSTool::run(const QStringList &arguments)
+{
+    const QString command = arguments.value(1);
+    const QStringList rest = QStringList{arguments.value(0) + u' ' + command} + arguments.mid(2);
+    if (command == QLatin1String("--help") || command == QLatin1String("-h") || command == QLatin1String("help")) {
+        m_out << kToolHelp;
+        return Success;
+    }
+    if (command == QLatin1String("list"))
+        return list(rest);
+    if (command == QLatin1String("export"))
+        return exportFile(rest);
+    if (command == QLatin1String("delete"))
+        return deleteSource(rest);
+    if (command == QLatin1String("info"))
+        return info(rest);
+    return usageError(command.isEmpty() ? QStringLiteral("no command given") : QStringLiteral("unknown command %1").arg(command));
+}
+
+int HBGPSTool::list(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Lists tracks and waypoints: kind, name, start, points, distance in km, "
+                                                    "source file; then the totals. --json prints one JSON array with the "
+                                                    "keys kind, name, startDate, endDate (UTC), numberOfTrackPoints, "
+                                                    "distance (metres) and source."));
+    HBGPSSelection::addOptions(parser, false);
+    parser.addOption({QStringLiteral("json"), QStringLiteral("Print JSON.")});
+    int exitCode = Success;
+    if (!parseCommand(parser, arguments, m_out, m_err, &exitCode))
+        return exitCode;
+    QString error;
+    const std::optional<HBGPSSelection> selection = HBGPSSelection::fromParser(parser, &error);
+    if (!selection)
+        return usageError(error);
+    const QList<Row> rows = selectedRows(HBTrackManager::sharedTrackManager(), *selection);
+    if (parser.isSet(QStringLiteral("json"))) {
+        m_out << QJsonDocument(asJson(rows)).toJson(QJsonDocument::Indented);
+        return Success;
+    }
+    printTable(m_out, rows);
+    qint64 tracks = 0, points = 0, waypoints = 0;
+    for (const Row &r : rows) {
+        if (r.points) {
+            ++tracks;
+            points += *r.points;
+        } else {
+            ++waypoints;
+        }
+    }
+    m_out << QStringLiteral("%1 Tracks (%2 points), %3 Waypoints").arg(tracks).arg(points).arg(waypoints) << '\n';
+    return Success;
+}
+
+int HBGPSTool::exportFile(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Writes the selected tracks and waypoints (all by default) to a GPX 1.1 file."));
+    parser.addOption({{QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The GPX file to write."), QStringLiteral("FILE")});
+    HBGPSSelection::addOptions(parser, true);
+    int exitCode = Success;
+    if (!parseCommand(parser, arguments, m_out, m_err, &exitCode))
+        return exitCode;
+    if (!parser.isSet(QStringLiteral("output")))
+        return usageError(QStringLiteral("export needs -o FILE"));
+    QString error;
+    const std::optional<HBGPSSelection> selection = HBGPSSelection::fromParser(parser, &error);
+    if (!selection)
+        return usageError(error);
+
+    HBTrackManager *manager = HBTrackManager::sharedTrackManager();
+    const HBPredicate trackPredicate = selection->trackPredicate(manager);
+    const HBPredicate waypointPredicate = selection->waypointPredicate(manager);
+    std::unique_ptr<HBManagedObjectContext> context = manager->newPrivateQueueContext();
+    const QString path = parser.value(QStringLiteral("output"));
+    bool written = false;
+    HBGPXExporter exporter;
+    context->performBlockAndWait([&] {
+        HBFetchRequest tracks(QStringLiteral("HBTrack"));
+        tracks.setPredicate(trackPredicate);
+        tracks.setSortDescriptors({{QStringLiteral("startDate"), true}});
+        for (HBManagedObject *o : context->executeFetchRequest(tracks))
+            exporter.tracks().append(static_cast<HBTrack *>(o));
+        HBFetchRequest waypoints(QStringLiteral("HBWaypoint"));
+        waypoints.setPredicate(waypointPredicate);
+        waypoints.setSortDescriptors({{QStringLiteral("date"), true}});
+        for (HBManagedObject *o : context->executeFetchRequest(waypoints))
+            exporter.waypoints().append(static_cast<HBWaypoint *>(o));
+        written = exporter.exportToPath(path);
+    });
+    if (!written) {
+        m_err << "hbgps: cannot write " << path << ": " << exporter.errorString() << '\n';
+        return Failure;
+    }
+    m_out << QStringLiteral("Wrote %1 Tracks and %2 Waypoints to %3").arg(exporter.tracks().size()).arg(exporter.waypoints().size()).arg(path)
+          << '\n';
+    return Success;
+}
+
+int HBGPSTool::deleteSource(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Deletes the import sources of that file name with their tracks, "
+                                                    "segments, points and waypoints."));
+    parser.addOption({QStringLiteral("source"), QStringLiteral("The file name of the import source."), QStringLiteral("NAME")});
+    int exitCode = Success;
+    if (!parseCommand(parser, arguments, m_out, m_err, &exitCode))
+        return exitCode;
+    if (!parser.isSet(QStringLiteral("source")))
+        return usageError(QStringLiteral("delete needs --source NAME"));
+    const QString name = parser.value(QStringLiteral("source"));
+
+    HBTrackManager *manager = HBTrackManager::sharedTrackManager();
+    std::unique_ptr<HBManagedObjectContext> context = manager->newPrivateQueueContext();
+    QList<HBManagedObject *> sources;
+    context->performBlockAndWait([&] {
+        HBFetchRequest request(QStringLiteral("HBImportSource"));
+        request.setPredicate(HBPredicate::format(QStringLiteral("name == %@"), {name}));
+        sources = context->executeFetchRequest(request);
+    });
+    if (sources.isEmpty()) {
+        m_err << "hbgps: no import source named " << name << '\n';
+        return Failure;
+    }
+    QEventLoop loop;
+    QObject::connect(manager, &HBTrackManager::didDeleteObjects, &loop, &QEventLoop::quit, Qt::QueuedConnection);
+    manager->deleteObjects(sources);
+    loop.exec();
+    // the deletion was saved into the root context; now into the files,
+    // and the points of the deleted segments after it
+    manager->save();
+    waitForBackgroundWork();
+    m_out << QStringLiteral("Deleted %1 import source%2 named %3").arg(sources.size()).arg(sources.size() == 1 ? "" : "s").arg(name)
+          << '\n';
+    return Success;
+}
+
+int HBGPSTool::info(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Shows the support, point and cache folders and every store file "
+                                                    "with its size and its rows per entity."));
+    int exitCode = Success;
+    if (!parseCommand(parser, arguments, m_out, m_err, &exitCode))
+        return exitCode;
+    HBTrackManager *manager = HBTrackManager::sharedTrackManager();
+    m_out << "Support folder: " << HBTrackManager::supportFolder() << '\n'
+          << "Point folder:   " << HBTrackManager::pointFolder() << '\n'
+          << "Cache folder:   " << HBTrackManager::cacheFolder() << '\n';
+    for (HBPersistentStore *store : manager->persistentStoreCoordinator()->persistentStores()) {
+        // what is not yet checkpointed sits in the write-ahead file beside it
+        const qint64 bytes = QFileInfo(store->path()).size() + QFileInfo(store->path() + QStringLiteral("-wal")).size();
+        m_out << store->path() << "  " << bytes << " bytes\n";
+        for (const HBEntityDescription *entity : HBTrackDataModel::model()->entities()) {
+            const qint64 rows = entity->isAbstract() || !store->holdsEntity(entity) ? 0 : store->countRows(entity);
+            if (rows > 0)
+                m_out << "  " << entity->name() << ": " << rows << '\n';
+        }
+    }
+    return Success;
+}
