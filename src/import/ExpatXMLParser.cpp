@@ -9,7 +9,10 @@
 #include <expat.h>
 
 #include <cstring>
+#include <string>
+#include <string_view>
 #include <type_traits>
+#include <unordered_map>
 
 // Lifecycle of one reader:
 // 1. Until the first parse() there is no Expat parser, and every position is 0.
@@ -28,6 +31,22 @@ using Callback = ExpatXMLParserDelegate::Callback;
 using Callbacks = ExpatXMLParserDelegate::Callbacks;
 
 namespace {
+
+// FNV-1a: names are a few bytes long, and a lookup must cost less than
+// decoding the name afresh would.
+struct NameHash
+{
+    using is_transparent = void;
+    size_t operator()(std::string_view name) const
+    {
+        quint64 hash = 14695981039346656037ull;
+        for (const unsigned char c : name) {
+            hash ^= c;
+            hash *= 1099511628211ull;
+        }
+        return size_t(hash);
+    }
+};
 
 struct ParserFree
 {
@@ -58,6 +77,14 @@ struct ExpatXMLParser::Private
     Callbacks callbacks;
     bool parsing = false;
     bool aborted = false;
+    // Element and attribute names already decoded: a document repeats a few
+    // names many times, and sharing one QString per name spares decoding
+    // and allocating it at every tag. Beyond kMaxNames distinct names (a
+    // hostile document) the rest are decoded each time.
+    static constexpr size_t kMaxNames = 4096;
+    std::unordered_map<std::string, QString, NameHash, std::equal_to<>> names;
+
+    QString name(const XML_Char *utf8);
 
     bool createParser();
     void installHandlers();
@@ -100,7 +127,7 @@ void ExpatXMLParser::Private::installHandlers()
         XML_SetStartElementHandler(p, &onStartElement);
     if (callbacks & Callback::EndElement)
         XML_SetEndElementHandler(p, &onEndElement);
-    if (callbacks & Callback::FoundCharacters)
+    if (callbacks & (Callback::FoundCharacters | Callback::FoundUTF8Characters))
         XML_SetCharacterDataHandler(p, &onCharacters);
     if (callbacks & Callback::FoundComment)
         XML_SetCommentHandler(p, &onComment);
@@ -151,11 +178,23 @@ void ExpatXMLParser::Private::reportFailure()
     delegate->parserParseErrorOccurred(q, error);
 }
 
+QString ExpatXMLParser::Private::name(const XML_Char *utf8)
+{
+    const std::string_view key(utf8);
+    const auto found = names.find(key);
+    if (found != names.end())
+        return found->second;
+    const QString decoded = QString::fromUtf8(key.data(), qsizetype(key.size()));
+    if (names.size() < kMaxNames)
+        names.emplace(key, decoded);
+    return decoded;
+}
+
 // With namespace processing Expat names an element "uri`local`prefix",
 // "uri`local" (no prefix) or "local" (no namespace).
 void ExpatXMLParser::Private::startElement(const XML_Char *name, const XML_Char **attributes)
 {
-    QString elementName = QString::fromUtf8(name);
+    QString elementName = this->name(name);
     QString namespaceURI;
     QString qualifiedName;
     if (shouldProcessNamespaces) {
@@ -168,7 +207,7 @@ void ExpatXMLParser::Private::startElement(const XML_Char *name, const XML_Char 
     }
     ExpatXMLParserDelegate::Attributes map;
     for (const XML_Char **a = attributes; *a; a += 2)
-        map.insert(QString::fromUtf8(a[0]), QString::fromUtf8(a[1]));
+        map.insert(this->name(a[0]), QString::fromUtf8(a[1]));
     delegate->parserDidStartElement(q, elementName, namespaceURI, qualifiedName, map);
 }
 
@@ -184,13 +223,16 @@ void ExpatXMLParser::Private::onStartElement(void *userData, const XML_Char *nam
 void ExpatXMLParser::Private::onEndElement(void *userData, const XML_Char *name)
 {
     Private &d = self(userData);
-    d.delegate->parserDidEndElement(d.q, QString::fromUtf8(name), QString(), QString());
+    d.delegate->parserDidEndElement(d.q, d.name(name), QString(), QString());
 }
 
 void ExpatXMLParser::Private::onCharacters(void *userData, const XML_Char *s, int length)
 {
     Private &d = self(userData);
-    d.delegate->parserFoundCharacters(d.q, QString::fromUtf8(s, length));
+    if (d.callbacks & Callback::FoundUTF8Characters)
+        d.delegate->parserFoundUTF8Characters(d.q, QByteArrayView(s, length));
+    if (d.callbacks & Callback::FoundCharacters)
+        d.delegate->parserFoundCharacters(d.q, QString::fromUtf8(s, length));
 }
 
 void ExpatXMLParser::Private::onComment(void *userData, const XML_Char *comment)

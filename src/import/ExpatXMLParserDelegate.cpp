@@ -17,6 +17,8 @@ void ExpatXMLParserDelegate::parserDidEndElement(ExpatXMLParser &, const QString
 
 void ExpatXMLParserDelegate::parserFoundCharacters(ExpatXMLParser &, const QString &) {}
 
+void ExpatXMLParserDelegate::parserFoundUTF8Characters(ExpatXMLParser &, QByteArrayView) {}
+
 void ExpatXMLParserDelegate::parserFoundComment(ExpatXMLParser &, const QString &) {}
 
 void ExpatXMLParserDelegate::parserFoundProcessingInstruction(ExpatXMLParser &, const QString &,

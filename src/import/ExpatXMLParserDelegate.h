@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArrayView>
 #include <QFlags>
 #include <QMap>
 #include <QString>
@@ -31,6 +32,7 @@ public:
         EndMappingPrefix = 1u << 7,
         ParseErrorOccurred = 1u << 8,
         EndDocument = 1u << 9,
+        FoundUTF8Characters = 1u << 10,
     };
     Q_DECLARE_FLAGS(Callbacks, Callback)
 
@@ -53,6 +55,12 @@ public:
                                      const QString &namespaceURI, const QString &qualifiedName);
     // Text may arrive in several pieces for one element.
     virtual void parserFoundCharacters(ExpatXMLParser &parser, const QString &string);
+    // The same pieces undecoded, as UTF-8 (Expat has already converted the
+    // document's own encoding, and never splits a character between
+    // pieces). The view is valid during the call only. For a delegate that
+    // gathers the text of many elements and reads few of them, it saves
+    // decoding every piece (the white space between elements included).
+    virtual void parserFoundUTF8Characters(ExpatXMLParser &parser, QByteArrayView utf8);
     virtual void parserFoundComment(ExpatXMLParser &parser, const QString &comment);
     virtual void parserFoundProcessingInstruction(ExpatXMLParser &parser, const QString &target,
                                                   const QString &data);

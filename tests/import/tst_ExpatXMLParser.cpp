@@ -62,6 +62,10 @@ public:
     {
         record(parser, QStringLiteral("chars(%1)").arg(string));
     }
+    void parserFoundUTF8Characters(ExpatXMLParser &parser, QByteArrayView utf8) override
+    {
+        record(parser, QStringLiteral("utf8(%1)").arg(QString::fromLatin1(utf8.toByteArray().toHex())));
+    }
     void parserFoundComment(ExpatXMLParser &parser, const QString &comment) override
     {
         record(parser, QStringLiteral("comment(%1)").arg(comment));
@@ -159,6 +163,9 @@ private slots:
     void readsCorpus_data();
     void readsCorpus();
     void ignoresParseFromItsOwnCallback();
+    void undecodedTextIsUtf8_data();
+    void undecodedTextIsUtf8();
+    void reportsManyDistinctNames();
 
 private:
     QTemporaryDir m_files;
@@ -442,6 +449,12 @@ void tst_ExpatXMLParser::callsOnlyImplementedCallbacks_data()
     QTest::addRow("text and comments only")
         << doc << int(Callback::FoundCharacters | Callback::FoundComment)
         << QStringList{"comment(c)", "chars(t)"} << false;
+    // undecoded text: the bytes, shown in hex ("t" is 74)
+    QTest::addRow("undecoded text only")
+        << doc << int(Callback::FoundUTF8Characters) << QStringList{"utf8(74)"} << false;
+    QTest::addRow("text both ways")
+        << doc << int(Callback::FoundCharacters | Callback::FoundUTF8Characters)
+        << QStringList{"utf8(74)", "chars(t)"} << false;
     QTest::addRow("errors not taken: none kept")
         << QByteArray("<a>") << int(Callback::StartElement | Callback::EndDocument)
         << QStringList{"start(a, nil, nil, {})", "endDocument"} << false;
@@ -641,6 +654,86 @@ void tst_ExpatXMLParser::ignoresParseFromItsOwnCallback()
     QCOMPARE(parsed("<a><b/></a>", delegate),
              QStringList({"startDocument", "start(a, nil, nil, {})", "start(b, nil, nil, {})",
                           "end(b, nil, nil)", "end(a, nil, nil)", "endDocument"}));
+}
+
+namespace {
+
+class TextDelegate : public ExpatXMLParserDelegate
+{
+public:
+    QByteArray text;
+    Callbacks implementedCallbacks() const override { return Callback::FoundUTF8Characters; }
+    void parserFoundUTF8Characters(ExpatXMLParser &, QByteArrayView utf8) override { text += utf8; }
+};
+
+} // namespace
+
+// Whatever the document's encoding, the undecoded text comes as UTF-8.
+void tst_ExpatXMLParser::undecodedTextIsUtf8_data()
+{
+    QTest::addColumn<QByteArray>("document");
+    const QString document = u"<a>Z\u00fcrich \u20ac \U0001F600 &amp;</a>"_s;
+    QTest::addRow("UTF-8") << document.toUtf8();
+    QTest::addRow("ISO-8859-1")
+        << "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a>Z\xFCrich &#8364; &#128512; &amp;</a>"_ba;
+    QTest::addRow("UTF-16") << utf16WithBom(document);
+}
+
+void tst_ExpatXMLParser::undecodedTextIsUtf8()
+{
+    QFETCH(QByteArray, document);
+    TextDelegate delegate;
+    ExpatXMLParser parser(document);
+    parser.setDelegate(&delegate);
+    parser.parse();
+    QCOMPARE(QString::fromUtf8(delegate.text), u"Z\u00fcrich \u20ac \U0001F600 &"_s);
+}
+
+namespace {
+
+class NameDelegate : public ExpatXMLParserDelegate
+{
+public:
+    QStringList starts, ends, attributeNames;
+    Callbacks implementedCallbacks() const override { return Callback::StartElement | Callback::EndElement; }
+    void parserDidStartElement(ExpatXMLParser &, const QString &name, const QString &, const QString &,
+                               const Attributes &attributes) override
+    {
+        starts << name;
+        attributeNames << attributes.keys();
+    }
+    void parserDidEndElement(ExpatXMLParser &, const QString &name, const QString &, const QString &) override
+    {
+        ends << name;
+    }
+};
+
+} // namespace
+
+// Names are decoded once and shared; a document with more distinct names
+// than are kept must still get every one right, and names that share a
+// beginning must not be taken for each other.
+void tst_ExpatXMLParser::reportsManyDistinctNames()
+{
+    QByteArray document = "<r>";
+    QStringList names;
+    for (int i = 0; i < 6000; ++i) {
+        const QString name = (i % 2 ? u"\u00e9l"_s : u"el"_s) + QString::number(i);
+        names << name;
+        document += "<" + name.toUtf8() + " " + name.toUtf8() + "a=\"1\"/>";
+    }
+    document += "<e/><el/><ela/><e/></r>";
+    names << "e" << "el" << "ela" << "e";
+    NameDelegate delegate;
+    ExpatXMLParser parser(document);
+    parser.setDelegate(&delegate);
+    parser.parse();
+    QCOMPARE(delegate.starts, QStringList{"r"} + names);
+    QCOMPARE(delegate.ends, names + QStringList{"r"});
+    QStringList attributeNames;
+    for (int i = 0; i < 6000; ++i)
+        attributeNames << names[i] + u'a';
+    QCOMPARE(delegate.attributeNames, attributeNames);
 }
 
 QTEST_GUILESS_MAIN(tst_ExpatXMLParser)

@@ -1,0 +1,85 @@
+// One import of a GPX or TCX file (chosen by its extension) into a fresh
+// temporary home, from the start of the operation to the end of its save,
+// as the import queue runs it. Prints "BENCH <name> <value> <unit>" lines:
+// the time, the points per second, the records saved and the peak resident
+// memory of the process.
+//
+//   bench_xml_import FILE        make FILE with generate_tracks.py
+
+#include "import/HBGPXFileImportOperation.h"
+#include "import/HBTCXFileImportOperation.h"
+#include "manager/HBTrackManager.h"
+#include "platform/HBOperationQueue.h"
+#include "platform/store/HBFetchRequest.h"
+#include "platform/store/HBManagedObjectContext.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include <sys/resource.h>
+
+#include <cstdio>
+
+namespace {
+
+void bench(const char *name, double value, const char *unit)
+{
+    std::printf("BENCH %s %.3f %s\n", name, value, unit);
+    std::fflush(stdout);
+}
+
+qsizetype savedCount(const QString &entity)
+{
+    std::unique_ptr<HBManagedObjectContext> context = HBTrackManager::sharedTrackManager()->newManagedObjectContext();
+    qsizetype count = 0;
+    context->performBlockAndWait([&] { count = context->countForFetchRequest(HBFetchRequest(entity)); });
+    return count;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: bench_xml_import FILE.gpx|FILE.tcx\n");
+        return 2;
+    }
+    const QString path = QFile::decodeName(argv[1]);
+    QTemporaryDir home;
+    qputenv("XDG_DATA_HOME", QFile::encodeName(home.filePath(QStringLiteral("data"))));
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(home.filePath(QStringLiteral("cache"))));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(QStringLiteral("config"))));
+    // the stores are opened before the clock starts, as in a running program
+    HBTrackManager::sharedTrackManager();
+    HBTrackManager::sharedBackgroundThreadTrackManager()->persistentStoreCoordinator();
+
+    std::shared_ptr<HBXMLFileImportOperation> operation;
+    if (QFileInfo(path).suffix().compare(QLatin1String("tcx"), Qt::CaseInsensitive) == 0)
+        operation = std::make_shared<HBTCXFileImportOperation>();
+    else
+        operation = std::make_shared<HBGPXFileImportOperation>();
+    operation->setFilePath(path);
+    operation->setImportDate(QDateTime::currentDateTimeUtc());
+
+    HBOperationQueue queue;
+    queue.setMaxConcurrentOperationCount(1);
+    QElapsedTimer timer;
+    timer.start();
+    queue.addOperation(operation);
+    queue.waitUntilAllOperationsAreFinished();
+    const double seconds = timer.nsecsElapsed() / 1e9;
+
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const qsizetype points = savedCount(QStringLiteral("HBTrackPoint"));
+    bench("import_seconds", seconds, "s");
+    bench("import_rate", points / seconds, "points/s");
+    bench("saved_track_points", double(points), "points");
+    bench("saved_waypoints", double(savedCount(QStringLiteral("HBWaypoint"))), "waypoints");
+    bench("peak_rss", usage.ru_maxrss / 1024.0, "MiB");
+    return 0;
+}
