@@ -1,5 +1,7 @@
 #include "manager/HBTrackManager.h"
 
+#include "import/HBFileImportOperation.h"
+#include "import/HBImportOperationFactory.h"
 #include "model/HBGeoPoint.h"
 #include "model/HBTrack.h"
 #include "model/HBTrackPoint.h"
@@ -912,6 +914,128 @@ QList<HBManagedObject *> HBTrackManager::recentImports()
             objects.append(ui->objectWithID(id));
     });
     return objects;
+}
+
+// --- import batches ---------------------------------------------------------------------------
+
+// Already queued files, and files imported before whose size and
+// modification date are still those of their import source.
+QStringList HBTrackManager::pathsToSkip(const QStringList &paths) const
+{
+    QStringList skip;
+    for (const auto &operation : m_trackImportQueue->operations()) {
+        if (const auto *file = dynamic_cast<const HBFileImportOperation *>(operation.get()))
+            skip.append(file->filePath());
+    }
+    std::unique_ptr<HBManagedObjectContext> context = const_cast<HBTrackManager *>(this)->newPrivateQueueContext();
+    context->performBlockAndWait([&] {
+        HBFetchRequest request(QStringLiteral("HBImportSource"));
+        request.setPredicate(HBPredicate::format(QStringLiteral(" filePath IN %@"), {paths}));
+        for (const HBManagedObject *source : context->executeFetchRequest(request)) {
+            const QString path = source->valueForKey(QStringLiteral("filePath")).toString();
+            const QFileInfo file(path);
+            const QDateTime modified = file.lastModified().toUTC();
+            if (file.exists() && file.size() != 0 && modified.isValid()
+                && file.size() == source->valueForKey(QStringLiteral("fileSize")).toLongLong()
+                && modified == source->valueForKey(QStringLiteral("fileModificationDate")).toDateTime())
+                skip.append(path);
+        }
+    });
+    return skip;
+}
+
+void HBTrackManager::startBatch(qsizetype pathCount)
+{
+    changeProgress(m_progress.indeterminate, true, &HBTrackManager::trackImportIsIndeterminateProgressChanged);
+    changeProgress(m_progress.inProgress, true, &HBTrackManager::trackImportIsInProgressChanged);
+    changeProgress(m_progress.min, quint64(0), &HBTrackManager::trackImportProgressMinChanged);
+    changeProgress(m_progress.max, quint64(0), &HBTrackManager::trackImportProgressMaxChanged);
+    changeProgress(m_progress.lastFinished, quint64(0), &HBTrackManager::trackImportLastFinishedProgressValueChanged);
+    if (!m_periodicUpdateTimer) {
+        m_periodicUpdateTimer = new QTimer(this);
+        m_periodicUpdateTimer->setInterval(100);
+        connect(m_periodicUpdateTimer, &QTimer::timeout, this, &HBTrackManager::updateImportOperation);
+    }
+    m_periodicUpdateTimer->start();
+    changeProgress(m_progress.info, tr("Determining file lengths for %1 files").arg(pathCount),
+                   &HBTrackManager::trackImportProgressInfoChanged);
+}
+
+void HBTrackManager::showFileBeingImported()
+{
+    const QList<std::shared_ptr<HBOperation>> queued = m_trackImportQueue->operations();
+    const auto *first = queued.isEmpty() ? nullptr : dynamic_cast<const HBFileImportOperation *>(queued.first().get());
+    if (first)
+        changeProgress(m_progress.info, tr("Importing from %1").arg(QFileInfo(first->filePath()).fileName()),
+                       &HBTrackManager::trackImportProgressInfoChanged);
+}
+
+void HBTrackManager::importFilesAtPaths(const QStringList &paths)
+{
+    if (!m_observingOwnSaves) {
+        announceSavesOf(managedObjectContext());
+        m_observingOwnSaves = true;
+    }
+    const bool wasIndeterminate = m_progress.indeterminate;
+    const QDateTime batchDate = QDateTime::currentDateTimeUtc();
+    const QStringList skip = pathsToSkip(paths);
+    bool first = true;
+    for (const QString &path : paths) {
+        if (skip.contains(path))
+            continue;
+        if (first && (!m_progress.inProgress || wasIndeterminate))
+            startBatch(paths.size());
+        first = false;
+        std::shared_ptr<HBFileImportOperation> operation = HBImportOperationFactory::operationForPath(path);
+        if (!operation)
+            continue;
+        operation->setFilePath(path);
+        operation->setImportDate(batchDate);
+        changeProgress(m_progress.max, m_progress.max + operation->numberOfCharacters(),
+                       &HBTrackManager::trackImportProgressMaxChanged);
+        // the connection keeps the operation until its bookkeeping is done
+        connect(operation.get(), &HBOperation::finished, this,
+                [this, operation] {
+                    const std::shared_ptr<HBFileImportOperation> finished = operation;
+                    handleTrackOperationDidFinish(finished.get());
+                },
+                Qt::QueuedConnection);
+        m_trackImportQueue->addOperation(operation);
+    }
+    if (m_trackImportQueue->operationCount() > 0) {
+        changeProgress(m_progress.indeterminate, false, &HBTrackManager::trackImportIsIndeterminateProgressChanged);
+        showFileBeingImported();
+    }
+}
+
+void HBTrackManager::cancelImport()
+{
+    m_trackImportQueue->cancelAllOperations();
+}
+
+void HBTrackManager::updateImportOperation()
+{
+    const QList<std::shared_ptr<HBOperation>> queued = m_trackImportQueue->operations();
+    if (queued.isEmpty())
+        return;
+    const auto *first = dynamic_cast<const HBFileImportOperation *>(queued.first().get());
+    changeProgress(m_progress.value, m_progress.lastFinished + (first ? first->currentCharacter() : 0),
+                   &HBTrackManager::trackImportProgressValueChanged);
+}
+
+void HBTrackManager::handleTrackOperationDidFinish(HBFileImportOperation *operation)
+{
+    disconnect(operation, &HBOperation::finished, this, nullptr);
+    changeProgress(m_progress.lastFinished, m_progress.lastFinished + operation->numberOfCharacters(),
+                   &HBTrackManager::trackImportLastFinishedProgressValueChanged);
+    HBMainThread::post([this] { emit didFinishBatchImport(); });
+    if (m_trackImportQueue->operationCount() > 0) {
+        showFileBeingImported();
+        return;
+    }
+    changeProgress(m_progress.inProgress, false, &HBTrackManager::trackImportIsInProgressChanged);
+    if (m_periodicUpdateTimer)
+        m_periodicUpdateTimer->stop();
 }
 
 // --- file types ---------------------------------------------------------------------------

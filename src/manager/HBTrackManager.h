@@ -10,12 +10,14 @@
 #include <QList>
 #include <QMutex>
 #include <QObject>
+#include <QTimer>
 #include <QUrl>
 #include <QVariant>
 
 #include <functional>
 #include <memory>
 
+class HBFileImportOperation;
 class HBManagedObject;
 class HBManagedObjectContext;
 class HBTrack;
@@ -167,6 +169,17 @@ public:
     // valid type. Names only: no file is opened.
     static bool validateFilesAtPaths(const QStringList &paths);
 
+    // Queues one import operation per file whose extension has an importer,
+    // skipping files already queued and files imported before that have
+    // not changed since; returns at once. A call while a batch runs joins it.
+    void importFilesAtPaths(const QStringList &paths);
+    // Cancels every queued operation; each still finishes, as cancelled.
+    void cancelImport();
+    // The progress tick, every 0.1 s while a batch runs.
+    void updateImportOperation();
+    // Batch bookkeeping when an operation is done (main thread).
+    void handleTrackOperationDidFinish(HBFileImportOperation *operation);
+
     bool trackImportIsInProgress() const { return m_progress.inProgress; }
     bool trackImportIsIndeterminateProgress() const { return m_progress.indeterminate; }
     quint64 trackImportProgressMin() const { return m_progress.min; }
@@ -205,6 +218,17 @@ private:
     HBPersistentStoreCoordinator *coordinatorIfMade() const;
     static void announceSavesOf(HBManagedObjectContext *context);
     void setRecentImportsPredicate(const HBPredicate &predicate);
+    void startBatch(qsizetype pathCount);
+    QStringList pathsToSkip(const QStringList &paths) const;
+    void showFileBeingImported();
+    // Progress changes are announced only when the value really changes.
+    template<class T> void changeProgress(T &field, const T &value, void (HBTrackManager::*changed)())
+    {
+        if (field == value)
+            return;
+        field = value;
+        emit (this->*changed)();
+    }
 
     const Role m_role;
     mutable QMutex m_mutex;   // the lazily made coordinator and contexts
@@ -221,4 +245,6 @@ private:
         quint64 min = 0, max = 0, value = 0, lastFinished = 0;
         QString info;
     } m_progress;
+    QTimer *m_periodicUpdateTimer = nullptr;
+    bool m_observingOwnSaves = false;
 };

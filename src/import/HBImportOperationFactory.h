@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QString>
+
+#include <memory>
+
+class HBFileImportOperation;
+
+// The import operation for a file, chosen by its extension (ignoring
+// case): "tcx", "gpx", or the NMEA logs "nmea", "log", "txt" and "gps".
+class HBImportOperationFactory
+{
+public:
+    // Null for any other extension.
+    static std::shared_ptr<HBFileImportOperation> operationForPath(const QString &path);
+};
