@@ -1,5 +1,6 @@
 #include "HBGPSTool.h"
 
+#include "HBGPSProgressBar.h"
 #include "HBGPSSelection.h"
 
 #include "export/HBGPXExporter.h"
@@ -8,6 +9,7 @@
 #include "model/HBTrackDataModel.h"
 #include "model/HBWaypoint.h"
 #include "platform/HBMainThread.h"
+#include "platform/HBOperationQueue.h"
 #include "platform/store/HBEntityDescription.h"
 #include "platform/store/HBManagedObjectContext.h"
 #include "platform/store/HBManagedObjectModel.h"
@@ -15,6 +17,8 @@
 #include "platform/store/HBPersistentStoreCoordinator.h"
 
 #include <QCommandLineParser>
+#include <QDirIterator>
+#include <QTimer>
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -22,7 +26,10 @@
 #include <QJsonObject>
 #include <QThreadPool>
 
+#include <atomic>
+#include <csignal>
 #include <cstdio>
+#include <unistd.h>
 
 namespace {
 
@@ -154,6 +161,52 @@ void waitForBackgroundWork()
         [](std::chrono::milliseconds slice) { return QThreadPool::globalInstance()->waitForDone(int(slice.count())); });
 }
 
+std::atomic<bool> interrupted{false};
+
+void noteInterrupt(int)
+{
+    interrupted = true;
+}
+
+// The files to consider: given files as they are, folders searched for
+// files of a valid type, in a stable order.
+QStringList filesBelow(const QStringList &paths)
+{
+    const HBPredicate valid = HBTrackManager::validFileTypePredicate();
+    QStringList files;
+    for (const QString &path : paths) {
+        if (!QFileInfo(path).isDir()) {
+            files.append(QFileInfo(path).absoluteFilePath());
+            continue;
+        }
+        QStringList found;
+        QDirIterator below(path, QDir::Files | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+        while (below.hasNext()) {
+            const QString file = QFileInfo(below.next()).absoluteFilePath();
+            if (valid.evaluateWithValue(file))
+                found.append(file);
+        }
+        found.sort();
+        files += found;
+    }
+    files.removeDuplicates();
+    return files;
+}
+
+// The files of the list that have an import source of this batch.
+QStringList importedSince(HBTrackManager *manager, const QStringList &files, const QDateTime &start)
+{
+    std::unique_ptr<HBManagedObjectContext> context = manager->newPrivateQueueContext();
+    QStringList imported;
+    context->performBlockAndWait([&] {
+        HBFetchRequest request(QStringLiteral("HBImportSource"));
+        request.setPredicate(HBPredicate::format(QStringLiteral("filePath IN %@ AND importDate >= %@"), {files, start}));
+        for (const HBManagedObject *source : context->executeFetchRequest(request))
+            imported.append(source->valueForKey(QStringLiteral("filePath")).toString());
+    });
+    return imported;
+}
+
 } // namespace
 
 HBGPSTool::HBGPSTool()
@@ -176,6 +229,8 @@ int HBGPSTool::run(const QStringList &arguments)
         m_out << kToolHelp;
         return Success;
     }
+    if (command == QLatin1String("import"))
+        return importFiles(rest);
     if (command == QLatin1String("list"))
         return list(rest);
     if (command == QLatin1String("export"))
@@ -185,6 +240,87 @@ int HBGPSTool::run(const QStringList &arguments)
     if (command == QLatin1String("info"))
         return info(rest);
     return usageError(command.isEmpty() ? QStringLiteral("no command given") : QStringLiteral("unknown command %1").arg(command));
+}
+
+int HBGPSTool::importFiles(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Imports GPX, TCX and NMEA files; folders are searched for them. "
+                                                    "Files imported before and unchanged since are skipped. Ctrl-C "
+                                                    "cancels the files not yet imported."));
+    parser.addPositionalArgument(QStringLiteral("PATH"), QStringLiteral("Files or folders."), QStringLiteral("PATH..."));
+    int exitCode = Success;
+    if (!parseCommand(parser, arguments, m_out, m_err, &exitCode))
+        return exitCode;
+    if (parser.positionalArguments().isEmpty())
+        return usageError(QStringLiteral("import needs at least one PATH"));
+    for (const QString &path : parser.positionalArguments()) {
+        if (!QFileInfo::exists(path)) {
+            m_err << "hbgps: no such file or folder: " << path << '\n';
+            return Failure;
+        }
+    }
+
+    HBTrackManager *manager = HBTrackManager::sharedTrackManager();
+    const QStringList files = filesBelow(parser.positionalArguments());
+    const HBPredicate valid = HBTrackManager::validFileTypePredicate();
+    QStringList unknown, importable;
+    for (const QString &f : files)
+        (valid.evaluateWithValue(f) ? importable : unknown).append(f);
+    const QStringList unchanged = manager->pathsToSkip(importable);
+    QStringList toImport;
+    for (const QString &f : std::as_const(importable)) {
+        if (!unchanged.contains(f))
+            toImport.append(f);
+    }
+
+    HBGPSProgressBar bar(m_out, isatty(fileno(stdout)) != 0);
+    const auto redraw = [&] {
+        bar.update(manager->trackImportProgressValue(), manager->trackImportProgressMax(), manager->trackImportProgressInfo());
+    };
+    QObject scope;
+    QObject::connect(manager, &HBTrackManager::trackImportProgressValueChanged, &scope, redraw);
+    QObject::connect(manager, &HBTrackManager::trackImportProgressInfoChanged, &scope, redraw);
+    const QDateTime start = QDateTime::currentDateTimeUtc().addMSecs(-1);
+    std::signal(SIGINT, noteInterrupt);
+    bool cancelled = false;
+    if (!toImport.isEmpty()) {
+        manager->importFilesAtPaths(toImport);
+        QEventLoop loop;
+        QTimer watch;
+        QObject::connect(&watch, &QTimer::timeout, &loop, [&] {
+            if (interrupted && !cancelled) {
+                cancelled = true;
+                manager->cancelImport();
+            }
+            if (!manager->trackImportIsInProgress() && manager->trackImportQueue()->operationCount() == 0)
+                loop.quit();
+        });
+        watch.start(50);
+        loop.exec();
+        redraw();
+        bar.finish();
+    }
+    std::signal(SIGINT, SIG_DFL);
+
+    const QStringList imported = importedSince(manager, toImport, start);
+    for (const QString &f : files) {
+        const char *status = unknown.contains(f)     ? "skipped (unknown type)"
+                             : unchanged.contains(f) ? "skipped (unchanged)"
+                             : imported.contains(f)  ? "imported"
+                                                     : "cancelled";
+        m_out << status << "  " << f << '\n';
+    }
+    m_out << QStringLiteral("%1 imported, %2 unchanged, %3 of unknown type")
+                 .arg(imported.size())
+                 .arg(unchanged.size())
+                 .arg(unknown.size())
+          << '\n';
+    if (cancelled) {
+        m_err << "hbgps: import cancelled\n";
+        return Failure;
+    }
+    return Success;
 }
 
 int HBGPSTool::list(const QStringList &arguments)

@@ -17,6 +17,7 @@ public:
     enum ExitCode { Success = 0, Failure = 1, BadUsage = 2 };
 
 private:
+    int importFiles(const QStringList &arguments);
     int list(const QStringList &arguments);
     int exportFile(const QStringList &arguments);
     int deleteSource(const QStringList &arguments);

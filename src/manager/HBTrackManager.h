@@ -173,6 +173,10 @@ public:
     // skipping files already queued and files imported before that have
     // not changed since; returns at once. A call while a batch runs joins it.
     void importFilesAtPaths(const QStringList &paths);
+    // The paths importFilesAtPaths would skip now: those already queued,
+    // and those imported before whose size and modification date have not
+    // changed since.
+    QStringList pathsToSkip(const QStringList &paths) const;
     // Cancels every queued operation; each still finishes, as cancelled.
     void cancelImport();
     // The progress tick, every 0.1 s while a batch runs.
@@ -219,7 +223,6 @@ private:
     static void announceSavesOf(HBManagedObjectContext *context);
     void setRecentImportsPredicate(const HBPredicate &predicate);
     void startBatch(qsizetype pathCount);
-    QStringList pathsToSkip(const QStringList &paths) const;
     void showFileBeingImported();
     // Progress changes are announced only when the value really changes.
     template<class T> void changeProgress(T &field, const T &value, void (HBTrackManager::*changed)())
