@@ -1,0 +1,153 @@
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+// The hbgps tool as a person runs it, over a home of its own.
+class tst_hbgps : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_home;
+
+    struct Run
+    {
+        int exitCode = -1;
+        QString out, err;
+    };
+
+    Run hbgps(const QStringList &arguments) const
+    {
+        QProcess p;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("XDG_DATA_HOME"), m_home.filePath(QStringLiteral("data")));
+        env.insert(QStringLiteral("XDG_CACHE_HOME"), m_home.filePath(QStringLiteral("cache")));
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_home.filePath(QStringLiteral("config")));
+        p.setProcessEnvironment(env);
+        p.start(QStringLiteral(HB_HBGPS_PATH), arguments);
+        Run run;
+        if (p.waitForFinished(120000) && p.exitStatus() == QProcess::NormalExit)
+            run.exitCode = p.exitCode();
+        run.out = QString::fromUtf8(p.readAllStandardOutput());
+        run.err = QString::fromUtf8(p.readAllStandardError());
+        return run;
+    }
+
+    QString write(const QString &name, const QByteArray &content) const
+    {
+        const QString path = m_home.filePath(QStringLiteral("files/") + name);
+        QDir().mkpath(QFileInfo(path).path());
+        QFile f(path);
+        if (f.open(QIODevice::WriteOnly))
+            f.write(content);
+        return path;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_home.isValid());
+        write(QStringLiteral("walk/fixture.gpx"),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+              "<gpx version=\"1.1\" creator=\"test\" xmlns=\"http://www.topografix.com/GPX/1/1\">\n"
+              " <wpt lat=\"47.421100\" lon=\"10.985300\"><name>Summit</name></wpt>\n"
+              " <trk><name>Walk</name>\n"
+              "  <trkseg><trkpt lat=\"47.000001\" lon=\"10.000001\"><ele>500.25</ele><time>2021-05-01T10:00:00Z</time></trkpt>\n"
+              "          <trkpt lat=\"47.000101\" lon=\"10.000101\"><time>2021-05-01T10:01:00Z</time></trkpt></trkseg>\n"
+              "  <trkseg><trkpt lat=\"47.000201\" lon=\"10.000201\"><time>2021-05-01T10:05:00Z</time></trkpt></trkseg>\n"
+              " </trk>\n</gpx>\n");
+        write(QStringLiteral("walk/deep/drive.nmea"),
+              "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W,A*6A\n"
+              "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\n"
+              "$GPRMC,123520,A,4807.040,N,01131.002,E,022.4,084.4,230394,003.1,W,A*6A\n");
+        write(QStringLiteral("map.kml"), "<kml/>");
+    }
+
+    void usageAndExitCodes_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("tool help") << QStringList{QStringLiteral("--help")} << 0;
+        QTest::newRow("command help") << QStringList{QStringLiteral("export"), QStringLiteral("--help")} << 0;
+        QTest::newRow("no command") << QStringList{} << 2;
+        QTest::newRow("unknown command") << QStringList{QStringLiteral("sync")} << 2;
+        QTest::newRow("unknown option") << QStringList{QStringLiteral("list"), QStringLiteral("--colour")} << 2;
+        QTest::newRow("bad date") << QStringList{QStringLiteral("list"), QStringLiteral("--date"), QStringLiteral("2024-13")} << 2;
+        QTest::newRow("two selections")
+            << QStringList{QStringLiteral("list"), QStringLiteral("--recent"), QStringLiteral("--date"), QStringLiteral("2024")} << 2;
+        QTest::newRow("export without file") << QStringList{QStringLiteral("export")} << 2;
+        QTest::newRow("import without path") << QStringList{QStringLiteral("import")} << 2;
+        QTest::newRow("import of nothing there") << QStringList{QStringLiteral("import"), QStringLiteral("/no/such/file.gpx")} << 1;
+        QTest::newRow("delete of an unknown source")
+            << QStringList{QStringLiteral("delete"), QStringLiteral("--source"), QStringLiteral("nope.gpx")} << 1;
+    }
+
+    void usageAndExitCodes()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, exitCode);
+        QCOMPARE(hbgps(arguments).exitCode, exitCode);
+    }
+
+    void importListExportDelete()
+    {
+        const Run first = hbgps({QStringLiteral("import"), m_home.filePath(QStringLiteral("files/walk")),
+                                 m_home.filePath(QStringLiteral("files/map.kml"))});
+        QCOMPARE(first.exitCode, 0);
+        QStringList lines = first.out.split(u'\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.last(), QStringLiteral("2 imported, 0 unchanged, 1 of unknown type"));
+        QVERIFY(lines.contains(QStringLiteral("imported  ") + m_home.filePath(QStringLiteral("files/walk/deep/drive.nmea"))));
+        QVERIFY(lines.contains(QStringLiteral("skipped (unknown type)  ") + m_home.filePath(QStringLiteral("files/map.kml"))));
+        // off a terminal the progress comes as plain lines
+        QVERIFY2(first.out.contains(QStringLiteral("% Importing from ")), qPrintable(first.out));
+
+        const Run again = hbgps({QStringLiteral("import"), m_home.filePath(QStringLiteral("files/walk"))});
+        QCOMPARE(again.out.split(u'\n', Qt::SkipEmptyParts).last(), QStringLiteral("0 imported, 2 unchanged, 0 of unknown type"));
+
+        const Run json = hbgps({QStringLiteral("list"), QStringLiteral("--json")});
+        QCOMPARE(json.exitCode, 0);
+        const QJsonArray rows = QJsonDocument::fromJson(json.out.toUtf8()).array();
+        QCOMPARE(rows.size(), 3);
+        QMap<QString, QJsonObject> byName;
+        for (const QJsonValue &v : rows)
+            byName.insert(v[QStringLiteral("name")].toString(), v.toObject());
+        QCOMPARE(byName[QStringLiteral("Walk")][QStringLiteral("kind")].toString(), QStringLiteral("Track"));
+        QCOMPARE(byName[QStringLiteral("Walk")][QStringLiteral("numberOfTrackPoints")].toInt(), 3);
+        QCOMPARE(byName[QStringLiteral("Walk")][QStringLiteral("startDate")].toString(), QStringLiteral("2021-05-01T10:00:00Z"));
+        QCOMPARE(byName[QStringLiteral("Walk")][QStringLiteral("source")].toString(), QStringLiteral("fixture.gpx"));
+        QCOMPARE(byName[QStringLiteral("drive.nmea")][QStringLiteral("numberOfTrackPoints")].toInt(), 2);
+        QCOMPARE(byName[QStringLiteral("Summit")][QStringLiteral("kind")].toString(), QStringLiteral("Waypoint"));
+
+        const Run table = hbgps({QStringLiteral("list"), QStringLiteral("--source"), QStringLiteral("fixture.gpx")});
+        QCOMPARE(table.out.split(u'\n', Qt::SkipEmptyParts).last(), QStringLiteral("1 Tracks (3 points), 1 Waypoints"));
+        const Run year = hbgps({QStringLiteral("list"), QStringLiteral("--date"), QStringLiteral("1994-03")});
+        QCOMPARE(year.out.split(u'\n', Qt::SkipEmptyParts).last(), QStringLiteral("1 Tracks (2 points), 0 Waypoints"));
+
+        const QString gpx = m_home.filePath(QStringLiteral("out/export.gpx"));
+        QDir().mkpath(QFileInfo(gpx).path());
+        const Run exported = hbgps({QStringLiteral("export"), QStringLiteral("-o"), gpx, QStringLiteral("--source"),
+                                    QStringLiteral("fixture.gpx")});
+        QCOMPARE(exported.exitCode, 0);
+        QFile file(gpx);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray text = file.readAll();
+        for (const char *digits : {"lat=\"47.000001\"", "lon=\"10.000201\"", "<ele>500.25</ele>", "<name>Summit</name>"})
+            QVERIFY2(text.contains(digits), digits);
+        QCOMPARE(hbgps({QStringLiteral("export"), QStringLiteral("-o"), m_home.filePath(QStringLiteral("no/such/dir/x.gpx"))}).exitCode, 1);
+
+        const Run deleted = hbgps({QStringLiteral("delete"), QStringLiteral("--source"), QStringLiteral("fixture.gpx")});
+        QCOMPARE(deleted.exitCode, 0);
+        const Run after = hbgps({QStringLiteral("list")});
+        QCOMPARE(after.out.split(u'\n', Qt::SkipEmptyParts).last(), QStringLiteral("1 Tracks (2 points), 0 Waypoints"));
+        const Run info = hbgps({QStringLiteral("info")});
+        QCOMPARE(info.exitCode, 0);
+        QVERIFY(info.out.contains(QStringLiteral("Support folder: ") + m_home.filePath(QStringLiteral("data/Fernwick"))));
+        QVERIFY(info.out.contains(QStringLiteral("HBTrackPoint: 2")));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_hbgps)
+#include "tst_hbgps.moc"
