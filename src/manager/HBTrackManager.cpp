@@ -104,16 +104,6 @@ void registerOrAdoptIdentifier(const QString &key, HBPersistentStore *store)
     }
 }
 
-void presentError(const HBError &error)
-{
-    HBTrackManager::ErrorPresenter present;
-    {
-        QMutexLocker lock(&process().valuesLock);
-        present = process().presentError;
-    }
-    HBMainThread::runAndWait([&] { present(error); });
-}
-
 // Every store error is logged as its description, its detailed errors and
 // a line that says where it happened.
 void logError(const HBError &error, const QString &where)
@@ -201,6 +191,16 @@ void HBTrackManager::setFatalStartupReport(FatalStartupReport report)
 {
     QMutexLocker lock(&process().valuesLock);
     process().reportFatal = report ? std::move(report) : defaultFatalStartupReport;
+}
+
+void HBTrackManager::presentError(const HBError &error)
+{
+    ErrorPresenter present;
+    {
+        QMutexLocker lock(&process().valuesLock);
+        present = process().presentError;
+    }
+    HBMainThread::runAndWait([&] { present(error); });
 }
 
 // --- the two managers and the process-wide values ------------------------------

@@ -70,6 +70,9 @@ public:
     // with a non-zero status.
     static void setErrorPresenter(ErrorPresenter presenter);
     static void setFatalStartupReport(FatalStartupReport report);
+    // Shows the error through the installed presenter, on the main thread;
+    // returns when it has been shown.
+    static void presentError(const HBError &error);
 
     static HBTrackManager *sharedTrackManager();
     static HBTrackManager *sharedBackgroundThreadTrackManager();

@@ -228,6 +228,11 @@ HBDecimal HBDecimal::fromInteger(qint64 value)
     return fromParts(value < 0, magnitude, 0);
 }
 
+HBDecimal HBDecimal::fromScaledInteger(bool negative, quint64 magnitude, int scale)
+{
+    return fromParts(negative && magnitude != 0, magnitude, -qint64(scale));
+}
+
 double HBDecimal::toDouble() const
 {
     if (m_isNaN)

@@ -37,6 +37,10 @@ public:
     // infinities give NaN.
     static HBDecimal fromDouble(double value);
     static HBDecimal fromInteger(qint64 value);
+    // magnitude * 10^-scale, with the sign when negative and the magnitude
+    // is not 0, keeping `scale` digits after the point: (false, 48117300, 6)
+    // is 48.117300, (false, 0, 3) is 0.000. A scale beyond kExponentLimit is NaN.
+    static HBDecimal fromScaledInteger(bool negative, quint64 magnitude, int scale);
     static HBDecimal notANumber() { return {}; }
 
     bool isNaN() const { return m_isNaN; }

@@ -47,6 +47,8 @@ private slots:
     void toDoubleIsCorrectlyRounded();
     void fromIntegerCoversTheWholeRange_data();
     void fromIntegerCoversTheWholeRange();
+    void fromScaledIntegerKeepsTheScale_data();
+    void fromScaledIntegerKeepsTheScale();
     void equalValuesShareAHashBucket();
     void travelsInAVariant();
     void archivesEveryDigit_data();
@@ -296,6 +298,42 @@ void tst_HBDecimal::fromIntegerCoversTheWholeRange()
     QCOMPARE(converted.toString(), written);
     QCOMPARE(converted.scale(), 0);
     QVERIFY(converted == decimal(written));
+}
+
+void tst_HBDecimal::fromScaledIntegerKeepsTheScale_data()
+{
+    QTest::addColumn<bool>("negative");
+    QTest::addColumn<quint64>("magnitude");
+    QTest::addColumn<int>("scale");
+    QTest::addColumn<QString>("written");
+
+    QTest::newRow("trailing zeros kept") << false << quint64(48117300) << 6 << "48.117300";
+    QTest::newRow("negative") << true << quint64(11516667) << 6 << "-11.516667";
+    QTest::newRow("all digits after the point") << false << quint64(5) << 4 << "0.0005";
+    QTest::newRow("zero keeps its scale") << false << quint64(0) << 3 << "0.000";
+    // a zero has no side: no "-0.000"
+    QTest::newRow("negative zero is zero") << true << quint64(0) << 3 << "0.000";
+    QTest::newRow("largest magnitude") << false << std::numeric_limits<quint64>::max() << 17
+                                       << "184.46744073709551615";
+    QTest::newRow("scale 0") << true << quint64(42) << 0 << "-42";
+    QTest::newRow("largest scale") << false << quint64(1) << HBDecimal::kExponentLimit
+                                   << "0." + QString(HBDecimal::kExponentLimit - 1, u'0') + "1";
+    QTest::newRow("scale beyond the limit") << false << quint64(1) << HBDecimal::kExponentLimit + 1 << "NaN";
+}
+
+void tst_HBDecimal::fromScaledIntegerKeepsTheScale()
+{
+    QFETCH(bool, negative);
+    QFETCH(quint64, magnitude);
+    QFETCH(int, scale);
+    QFETCH(QString, written);
+
+    const HBDecimal value = HBDecimal::fromScaledInteger(negative, magnitude, scale);
+    QCOMPARE(value.toString(), written);
+    if (!value.isNaN()) {
+        QCOMPARE(value.scale(), scale);
+        QVERIFY(value == decimal(written));
+    }
 }
 
 void tst_HBDecimal::equalValuesShareAHashBucket()
