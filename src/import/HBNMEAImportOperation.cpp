@@ -35,7 +35,7 @@
 //
 // Read are RMC fields 1, 3-6 and 9, and GGA field 9 (in metres whatever
 // its unit says). A void fix (status V) is imported like a valid one.
-// Sentences are matched by count, not by time: a GGA completes the point
+// Sentences are matched by order, not by time: a GGA completes the point
 // of the latest accepted RMC, so that a log of RMC/GGA pairs gets every
 // altitude whichever of the two its receiver writes first in a second.
 
