@@ -298,7 +298,9 @@ int HBGPSTool::importFiles(const QStringList &arguments)
         });
         watch.start(50);
         loop.exec();
-        redraw();
+        // the manager leaves its value where the last tick put it
+        bar.update(manager->trackImportLastFinishedProgressValue(), manager->trackImportProgressMax(),
+                   manager->trackImportProgressInfo());
         bar.finish();
     }
     std::signal(SIGINT, SIG_DFL);
