@@ -49,6 +49,10 @@ int main(int argc, char **argv)
         return 2;
     }
     const QString path = QFile::decodeName(argv[1]);
+    if (!QFileInfo(path).isFile()) {
+        std::fprintf(stderr, "bench_xml_import: no file %s\n", argv[1]);
+        return 2;
+    }
     QTemporaryDir home;
     qputenv("XDG_DATA_HOME", QFile::encodeName(home.filePath(QStringLiteral("data"))));
     qputenv("XDG_CACHE_HOME", QFile::encodeName(home.filePath(QStringLiteral("cache"))));

@@ -289,6 +289,7 @@ void HBXMLFileImportOperation::openEvent()
     m_currentEvent = managedObjectContext()->insertNewObject<HBEvent>(QStringLiteral("HBEvent"));
     m_currentEvent->setOrder(m_eventImportOrder++);
     m_currentTracks = QList<HBTrack *>();
+    checkWorkingState();
 }
 
 void HBXMLFileImportOperation::openTrack()
@@ -296,12 +297,14 @@ void HBXMLFileImportOperation::openTrack()
     m_currentTrack = managedObjectContext()->insertNewObject<HBTrack>(QStringLiteral("HBTrack"));
     m_currentTrack->setOrder(m_objectImportOrder++);
     m_currentSegments = QList<HBTrackSegment *>();
+    checkWorkingState();
 }
 
 void HBXMLFileImportOperation::openTrackSegment()
 {
     m_currentSegment = managedObjectContext()->insertNewObject<HBTrackSegment>(QStringLiteral("HBTrackSegment"));
     m_currentTrackPoints = QList<HBTrackPoint *>();
+    checkWorkingState();
 }
 
 void HBXMLFileImportOperation::openTrackPoint()
@@ -327,6 +330,7 @@ void HBXMLFileImportOperation::closeTrackSegment()
         m_currentSegments->append(m_currentSegment);
     m_currentTrackPoints.reset();
     m_currentSegment = nullptr;
+    checkWorkingState();
 }
 
 void HBXMLFileImportOperation::closeTrack()
@@ -337,6 +341,7 @@ void HBXMLFileImportOperation::closeTrack()
     m_tracks.append(m_currentTrack);
     m_currentSegments.reset();
     m_currentTrack = nullptr;
+    checkWorkingState();
 }
 
 // An event's track list is never filled by the importers, so events are
@@ -349,6 +354,14 @@ void HBXMLFileImportOperation::closeEvent()
     m_events.append(m_currentEvent);
     m_currentTracks.reset();
     m_currentEvent = nullptr;
+    checkWorkingState();
+}
+
+void HBXMLFileImportOperation::checkWorkingState() const
+{
+    Q_ASSERT(bool(m_currentEvent) == m_currentTracks.has_value());
+    Q_ASSERT(bool(m_currentTrack) == m_currentSegments.has_value());
+    Q_ASSERT(bool(m_currentSegment) == m_currentTrackPoints.has_value());
 }
 
 // --- time texts -----------------------------------------------------------------------

@@ -53,6 +53,8 @@ class HBWaypoint;
 // A list that is absent (std::nullopt) is a missing list: what is closed
 // into it is lost to the structure, though the record stays in the context
 // and is saved on its own (a "trkpt" outside any "trkseg", say).
+// Invariant: an event, track or segment is open exactly when its list of
+// children exists (checked in debug builds after every open and close).
 class HBXMLFileImportOperation : public HBFileImportOperation, public ExpatXMLParserDelegate
 {
     Q_OBJECT
@@ -165,6 +167,7 @@ private:
                                              const QStringList &sortKeys) const;
     void linkToImportSource();
     void save();
+    void checkWorkingState() const;
 
     std::unique_ptr<ExpatXMLParser> m_xmlParser;
     HBImportSource *m_importSource = nullptr;

@@ -7,7 +7,7 @@
 // import probe, a separate process that imports one file into a home of its
 // own or counts what a home holds.
 
-#include "import/HBFileImportOperation.h"
+#include "import/HBXMLFileImportOperation.h"
 #include "manager/HBTrackManager.h"
 #include "model/HBEvent.h"
 #include "model/HBGeoPointSymbol.h"
@@ -20,13 +20,17 @@
 #include "platform/store/HBFetchRequest.h"
 #include "platform/store/HBManagedObjectContext.h"
 
+#include <QDir>
 #include <QFile>
 #include <QMutex>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QSet>
 #include <QStringList>
+#include <QTemporaryDir>
 #include <QTest>
+
+#include "TemporaryHome.h"
 
 #include <algorithm>
 #include <memory>
@@ -46,6 +50,47 @@ inline void runToEnd(const std::shared_ptr<HBOperation> &operation)
     queue.addOperation(operation);
     queue.waitUntilAllOperationsAreFinished();
 }
+
+// "<data tag>.<extension>", the file name of a data row's document.
+inline QString dataTagFileName(const char *extension)
+{
+    return QString::fromUtf8(QTest::currentDataTag()) + u'.' + QLatin1String(extension);
+}
+
+// A test's home: the XDG folders of the stores, and a folder for the files
+// it imports.
+class ImportTestHome
+{
+public:
+    // For initTestCase: points the XDG folders here and opens the stores.
+    bool setUp()
+    {
+        if (!m_dir.isValid() || !QDir().mkpath(filePath({})))
+            return false;
+        useTemporaryHome(m_dir);
+        return HBTrackManager::sharedTrackManager() != nullptr;
+    }
+    QString filePath(const QString &name) const { return m_dir.filePath(QStringLiteral("files/") + name); }
+
+    // Writes the bytes under the name, imports the file to the end of its
+    // save and returns its path; empty when the file was not written or the
+    // operation did not finish.
+    template<class Operation>
+    QString import(const QByteArray &bytes, const QString &name,
+                   std::shared_ptr<Operation> operation = std::make_shared<Operation>())
+    {
+        const QString path = filePath(name);
+        if (!writeFile(path, bytes))
+            return {};
+        operation->setFilePath(path);
+        operation->setImportDate(QDateTime(QDate(2024, 5, 6), QTime(7, 8, 9), Qt::UTC));
+        runToEnd(operation);
+        return operation->isFinished() ? path : QString();
+    }
+
+private:
+    QTemporaryDir m_dir;
+};
 
 inline HBImportSource *importSourceWithPath(HBManagedObjectContext *context, const QString &path)
 {
@@ -244,10 +289,21 @@ inline ProbeRun runProbe(const QString &home, const QStringList &arguments)
     return run;
 }
 
-// Imports the file in a process of its own over an empty home, then counts
-// in a second process, which opens the stores afresh.
-inline QString importAndCountInFreshHome(const QString &home, const QString &file)
+// A row of the corpus tests: the file (relative to the corpus folder) and
+// the probe's count line for it.
+inline void addCorpusRow(const char *file, const char *linked, const char *saved)
 {
+    QTest::newRow(file) << QString::fromLatin1(file)
+                        << QStringLiteral("sources 1 linked %1 saved %2").arg(QLatin1String(linked), QLatin1String(saved));
+}
+
+// Imports the corpus file in a process of its own over an empty home, then
+// counts in a second process, which opens the stores afresh.
+inline QString importAndCountInFreshHome(const QString &corpusFile)
+{
+    const QTemporaryDir freshHome;
+    const QString home = freshHome.path();
+    const QString file = QStringLiteral(HB_CORPUS_DIR "/") + corpusFile;
     const ProbeRun import = runProbe(home, {QStringLiteral("import"), file});
     if (!import.finished || import.exitCode != 0)
         return QStringLiteral("import failed: finished %1, exit code %2").arg(import.finished).arg(import.exitCode);

@@ -1,12 +1,9 @@
 #include "ImportTestSupport.h"
-#include "TemporaryHome.h"
 
 #include "import/HBGPXFileImportOperation.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace importtest;
@@ -89,26 +86,11 @@ class tst_HBXMLFileImportOperation : public QObject
 {
     Q_OBJECT
 
-    QTemporaryDir m_home;
+    ImportTestHome m_home;
 
-    QString pathFor(const QString &name) const
+    QString import(const QByteArray &document, const QString &name)
     {
-        return QDir(m_home.filePath(QStringLiteral("files"))).filePath(name);
-    }
-
-    // Writes and imports the document with the operation, or a plain GPX
-    // import; returns the path.
-    QString import(const QByteArray &document, const QString &name,
-                   std::shared_ptr<HBXMLFileImportOperation> operation = {})
-    {
-        const QString path = pathFor(name);
-        if (!writeFile(path, document))
-            return {};
-        if (!operation)
-            operation = std::make_shared<HBGPXFileImportOperation>();
-        operation->setFilePath(path);
-        runToEnd(operation);
-        return operation->isFinished() ? path : QString();
+        return m_home.import<HBGPXFileImportOperation>(document, name);
     }
 
     static QStringList waypointLines(const QString &path)
@@ -122,13 +104,7 @@ class tst_HBXMLFileImportOperation : public QObject
     }
 
 private slots:
-    void initTestCase()
-    {
-        QVERIFY(m_home.isValid());
-        useTemporaryHome(m_home);
-        QVERIFY(QDir().mkpath(m_home.filePath(QStringLiteral("files"))));
-        QVERIFY(HBTrackManager::sharedTrackManager());
-    }
+    void initTestCase() { QVERIFY(m_home.setUp()); }
 
     void timeText_data()
     {
@@ -265,7 +241,7 @@ private slots:
         QVERIFY(!import(gpx(stored), QStringLiteral("older rule stored.gpx")).isEmpty());
         auto operation = std::make_shared<OlderRuleImport>();
         const ImportLog log;
-        const QString path = import(gpx(fresh), QStringLiteral("older rule fresh.gpx"), operation);
+        const QString path = m_home.import(gpx(fresh), QStringLiteral("older rule fresh.gpx"), operation);
         QVERIFY(!path.isEmpty());
         QCOMPARE(operation->waypointsBefore, 650);
         QCOMPARE(operation->waypointsAfter, 647);
@@ -293,7 +269,7 @@ private slots:
     {
         QFETCH(QByteArray, document);
         auto operation = std::make_shared<WatchedImport>();
-        QVERIFY(!import(document, QStringLiteral("progress %1.gpx").arg(QTest::currentDataTag()), operation).isEmpty());
+        QVERIFY(!m_home.import(document, QStringLiteral("progress %1.gpx").arg(QTest::currentDataTag()), operation).isEmpty());
         QCOMPARE(operation->progress, startTagOffsets(document));
         QCOMPARE(operation->currentCharacter(), startTagOffsets(document).last());
     }
@@ -320,7 +296,7 @@ private slots:
         operation->cancelAtStartTag = cancelAtStartTag;
         operation->cancelAtEnd = cancelAtStartTag < 0;
         const SavedRecords records;
-        const QString path = import(document, QStringLiteral("cancel %1.gpx").arg(QTest::currentDataTag()), operation);
+        const QString path = m_home.import(document, QStringLiteral("cancel %1.gpx").arg(QTest::currentDataTag()), operation);
         QVERIFY(!path.isEmpty());
         QVERIFY(operation->ended);
         // no start tag after the cancelling one reaches the importer
@@ -333,7 +309,7 @@ private slots:
 
     void aFileGoneBeforeItIsReadGivesAnEmptySource()
     {
-        const QString path = pathFor(QStringLiteral("gone.gpx"));
+        const QString path = m_home.filePath(QStringLiteral("gone.gpx"));
         const QByteArray document = gpx(waypoint("61.5", "71.5", "A"));
         QVERIFY(writeFile(path, document));
         auto operation = std::make_shared<HBGPXFileImportOperation>();
@@ -367,7 +343,7 @@ private slots:
                                                                         "lon=\"2\"/></trkseg></trk><trk/>"
                                         + waypoint("62.6", "72.6", "B"));
         auto operation = std::make_shared<HBGPXFileImportOperation>();
-        const QString path = import(document, QStringLiteral("linked.gpx"), operation);
+        const QString path = m_home.import(document, QStringLiteral("linked.gpx"), operation);
         QVERIFY(!path.isEmpty());
         // handed over to the import source, and no longer the operation's
         QVERIFY(operation->tracks().isEmpty());
