@@ -1,6 +1,7 @@
 #include "HBGPSSelection.h"
 
 #include "manager/HBTrackManager.h"
+#include "platform/store/HBManagedObject.h"
 #include "platform/store/HBManagedObjectContext.h"
 
 #include <QCommandLineParser>
@@ -55,14 +56,20 @@ std::optional<HBGPSSelection> HBGPSSelection::fromParser(const QCommandLineParse
     return selection;
 }
 
+QList<HBManagedObject *> HBGPSSelection::importSourcesNamed(HBManagedObjectContext *context, const QString &name)
+{
+    HBFetchRequest request(QStringLiteral("HBImportSource"));
+    request.setPredicate(HBPredicate::format(QStringLiteral("name == %@"), {name}));
+    return context->executeFetchRequest(request);
+}
+
 HBPredicate HBGPSSelection::sourcePredicate(HBTrackManager *manager) const
 {
     std::unique_ptr<HBManagedObjectContext> context = manager->newPrivateQueueContext();
     QList<HBManagedObjectID> sources;
     context->performBlockAndWait([&] {
-        HBFetchRequest request(QStringLiteral("HBImportSource"));
-        request.setPredicate(HBPredicate::format(QStringLiteral("name == %@"), {m_sourceName}));
-        sources = context->executeFetchRequestForObjectIDs(request);
+        for (const HBManagedObject *source : importSourcesNamed(context.get(), m_sourceName))
+            sources.append(source->objectID());
     });
     return HBPredicate::format(QStringLiteral("importSource IN %@"), {QVariant::fromValue(sources)});
 }
@@ -78,32 +85,22 @@ HBPredicate HBGPSSelection::recentPredicate(HBTrackManager *manager)
     return manager->recentImportsPredicate();
 }
 
-HBPredicate HBGPSSelection::trackPredicate(HBTrackManager *manager) const
+HBGPSSelection::Predicates HBGPSSelection::predicates(HBTrackManager *manager) const
 {
     switch (m_kind) {
     case Kind::Date:
-        return HBPredicate::format(QStringLiteral("startDate >= %@ AND startDate < %@"), {m_from.toUTC(), m_to.toUTC()});
-    case Kind::Source:
-        return sourcePredicate(manager);
-    case Kind::Recent:
-        return recentPredicate(manager);
+        return {HBPredicate::format(QStringLiteral("startDate >= %@ AND startDate < %@"), {m_from.toUTC(), m_to.toUTC()}),
+                HBPredicate::format(QStringLiteral("date >= %@ AND date < %@"), {m_from.toUTC(), m_to.toUTC()})};
+    case Kind::Source: {
+        const HBPredicate bySource = sourcePredicate(manager);
+        return {bySource, bySource};
+    }
+    case Kind::Recent: {
+        const HBPredicate recent = recentPredicate(manager);
+        return {recent, recent};
+    }
     case Kind::All:
         break;
     }
-    return HBPredicate::truePredicate();
-}
-
-HBPredicate HBGPSSelection::waypointPredicate(HBTrackManager *manager) const
-{
-    switch (m_kind) {
-    case Kind::Date:
-        return HBPredicate::format(QStringLiteral("date >= %@ AND date < %@"), {m_from.toUTC(), m_to.toUTC()});
-    case Kind::Source:
-        return sourcePredicate(manager);
-    case Kind::Recent:
-        return recentPredicate(manager);
-    case Kind::All:
-        break;
-    }
-    return HBPredicate::truePredicate();
+    return {HBPredicate::truePredicate(), HBPredicate::truePredicate()};
 }

@@ -8,6 +8,8 @@
 #include <optional>
 
 class QCommandLineParser;
+class HBManagedObject;
+class HBManagedObjectContext;
 class HBTrackManager;
 
 // Which tracks and waypoints a command works on: those of a day, month or
@@ -25,10 +27,16 @@ public:
 
     Kind kind() const { return m_kind; }
     QString sourceName() const { return m_sourceName; }
-    // Predicates for "HBTrack" and "HBWaypoint" fetches; reads the stores
-    // for the source and recent selections.
-    HBPredicate trackPredicate(HBTrackManager *manager) const;
-    HBPredicate waypointPredicate(HBTrackManager *manager) const;
+    struct Predicates
+    {
+        HBPredicate tracks;      // for "HBTrack" fetches
+        HBPredicate waypoints;   // for "HBWaypoint" fetches
+    };
+    // Reads the stores (once) for the source and recent selections.
+    Predicates predicates(HBTrackManager *manager) const;
+
+    // The import sources of that file name, in the context (call on its queue).
+    static QList<HBManagedObject *> importSourcesNamed(HBManagedObjectContext *context, const QString &name);
 
 private:
     HBPredicate sourcePredicate(HBTrackManager *manager) const;

@@ -62,30 +62,42 @@ QString sourceNameOf(const HBManagedObject *record)
     return source ? source->valueForKey(QStringLiteral("name")).toString() : QString();
 }
 
-// The selected tracks (by start) then waypoints (by date), read in a
-// context of their own.
+// The selected tracks (by start) and waypoints (by date), fetched in the
+// context; call on its queue.
+struct Selected
+{
+    QList<HBTrack *> tracks;
+    QList<HBWaypoint *> waypoints;
+};
+
+Selected fetchSelected(HBManagedObjectContext *context, const HBGPSSelection::Predicates &predicates)
+{
+    Selected selected;
+    HBFetchRequest tracks(QStringLiteral("HBTrack"));
+    tracks.setPredicate(predicates.tracks);
+    tracks.setSortDescriptors({{QStringLiteral("startDate"), true}});
+    for (HBManagedObject *o : context->executeFetchRequest(tracks))
+        selected.tracks.append(static_cast<HBTrack *>(o));
+    HBFetchRequest waypoints(QStringLiteral("HBWaypoint"));
+    waypoints.setPredicate(predicates.waypoints);
+    waypoints.setSortDescriptors({{QStringLiteral("date"), true}});
+    for (HBManagedObject *o : context->executeFetchRequest(waypoints))
+        selected.waypoints.append(static_cast<HBWaypoint *>(o));
+    return selected;
+}
+
 QList<Row> selectedRows(HBTrackManager *manager, const HBGPSSelection &selection)
 {
-    const HBPredicate tracks = selection.trackPredicate(manager);
-    const HBPredicate waypoints = selection.waypointPredicate(manager);
+    const HBGPSSelection::Predicates predicates = selection.predicates(manager);
     std::unique_ptr<HBManagedObjectContext> context = manager->newPrivateQueueContext();
     QList<Row> rows;
     context->performBlockAndWait([&] {
-        HBFetchRequest trackRequest(QStringLiteral("HBTrack"));
-        trackRequest.setPredicate(tracks);
-        trackRequest.setSortDescriptors({{QStringLiteral("startDate"), true}});
-        for (const HBManagedObject *o : context->executeFetchRequest(trackRequest)) {
-            const auto *t = static_cast<const HBTrack *>(o);
+        const Selected selected = fetchSelected(context.get(), predicates);
+        for (const HBTrack *t : selected.tracks)
             rows.append({QStringLiteral("Track"), t->name(), t->startDate(), t->endDate(), t->numberOfTrackPoints(),
                          t->distance(), sourceNameOf(t)});
-        }
-        HBFetchRequest waypointRequest(QStringLiteral("HBWaypoint"));
-        waypointRequest.setPredicate(waypoints);
-        waypointRequest.setSortDescriptors({{QStringLiteral("date"), true}});
-        for (const HBManagedObject *o : context->executeFetchRequest(waypointRequest)) {
-            const auto *w = static_cast<const HBWaypoint *>(o);
+        for (const HBWaypoint *w : selected.waypoints)
             rows.append({QStringLiteral("Waypoint"), w->name(), w->date(), w->date(), std::nullopt, std::nullopt, sourceNameOf(w)});
-        }
     });
     return rows;
 }
@@ -377,23 +389,15 @@ int HBGPSTool::exportFile(const QStringList &arguments)
         return usageError(error);
 
     HBTrackManager *manager = HBTrackManager::sharedTrackManager();
-    const HBPredicate trackPredicate = selection->trackPredicate(manager);
-    const HBPredicate waypointPredicate = selection->waypointPredicate(manager);
+    const HBGPSSelection::Predicates predicates = selection->predicates(manager);
     std::unique_ptr<HBManagedObjectContext> context = manager->newPrivateQueueContext();
     const QString path = parser.value(QStringLiteral("output"));
     bool written = false;
     HBGPXExporter exporter;
     context->performBlockAndWait([&] {
-        HBFetchRequest tracks(QStringLiteral("HBTrack"));
-        tracks.setPredicate(trackPredicate);
-        tracks.setSortDescriptors({{QStringLiteral("startDate"), true}});
-        for (HBManagedObject *o : context->executeFetchRequest(tracks))
-            exporter.tracks().append(static_cast<HBTrack *>(o));
-        HBFetchRequest waypoints(QStringLiteral("HBWaypoint"));
-        waypoints.setPredicate(waypointPredicate);
-        waypoints.setSortDescriptors({{QStringLiteral("date"), true}});
-        for (HBManagedObject *o : context->executeFetchRequest(waypoints))
-            exporter.waypoints().append(static_cast<HBWaypoint *>(o));
+        const Selected selected = fetchSelected(context.get(), predicates);
+        exporter.tracks() = selected.tracks;
+        exporter.waypoints() = selected.waypoints;
         written = exporter.exportToPath(path);
     });
     if (!written) {
@@ -421,11 +425,7 @@ int HBGPSTool::deleteSource(const QStringList &arguments)
     HBTrackManager *manager = HBTrackManager::sharedTrackManager();
     std::unique_ptr<HBManagedObjectContext> context = manager->newPrivateQueueContext();
     QList<HBManagedObject *> sources;
-    context->performBlockAndWait([&] {
-        HBFetchRequest request(QStringLiteral("HBImportSource"));
-        request.setPredicate(HBPredicate::format(QStringLiteral("name == %@"), {name}));
-        sources = context->executeFetchRequest(request);
-    });
+    context->performBlockAndWait([&] { sources = HBGPSSelection::importSourcesNamed(context.get(), name); });
     if (sources.isEmpty()) {
         m_err << "hbgps: no import source named " << name << '\n';
         return Failure;
