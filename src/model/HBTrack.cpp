@@ -203,8 +203,9 @@ std::shared_ptr<HBTrackGeometry> HBTrack::primitiveTrackGeometry()
     positions.reserve(size_t(total));
     for (HBTrackSegment *s : list) {
         for (const HBTrackPoint *p : s->points()) {
-            if (p->latitude() && p->longitude())
-                positions.push_back(p->point());
+            const std::optional<HBDecimal> latitude = p->latitude(), longitude = p->longitude();
+            if (latitude && longitude)
+                positions.emplace_back(longitude->toDouble(), latitude->toDouble());
         }
     }
     auto geometry = std::make_shared<HBTrackGeometry>(std::move(positions));

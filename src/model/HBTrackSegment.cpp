@@ -127,17 +127,15 @@ void HBTrackSegment::recalculateAttributes()
     double distance = 0.0;
     QDateTime start, end;
     std::optional<double> minLatitude, maxLatitude, minLongitude, maxLongitude;
-    const HBTrackPoint *previous = nullptr;
+    std::optional<QPointF> previous;   // the last located point, x = longitude
     for (const HBTrackPoint *p : std::as_const(m_pointCache)) {
         const std::optional<HBDecimal> latitude = p->latitude(), longitude = p->longitude();
         if (!latitude || !longitude)
             continue;
         const QDateTime date = p->date();
-        const QPointF here = p->point();
-        if (previous) {
-            const QPointF before = previous->point();
-            distance += HBEarthDistance(before.x(), before.y(), here.x(), here.y());
-        }
+        const QPointF here(longitude->toDouble(), latitude->toDouble());
+        if (previous)
+            distance += HBEarthDistance(previous->x(), previous->y(), here.x(), here.y());
         if (!previous || !start.isValid() || (date.isValid() && start > date))
             start = date;
         if (!previous || !end.isValid() || (date.isValid() && end < date))
@@ -146,7 +144,7 @@ void HBTrackSegment::recalculateAttributes()
         maxLatitude = std::max(maxLatitude.value_or(here.y()), here.y());
         minLongitude = std::min(minLongitude.value_or(here.x()), here.x());
         maxLongitude = std::max(maxLongitude.value_or(here.x()), here.x());
-        previous = p;
+        previous = here;
     }
     const auto optionalValue = [](const std::optional<double> &v) { return v ? QVariant(*v) : QVariant(); };
     setValueForKey(distance, QStringLiteral("distance"));
