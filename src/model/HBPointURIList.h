@@ -9,6 +9,8 @@
 
 #include <optional>
 
+class HBManagedObjectID;
+
 // The ordered point URIs of a track segment as one binary value.
 //
 // Points live in one store file per ten-day period and their segments in the
@@ -57,6 +59,8 @@ public:
     // user name.
     static QByteArray encode(const QList<QUrl> &uris);
     static QByteArray encode(const QStringList &uris);
+    // The same bytes as encoding the IDs' URI texts.
+    static QByteArray encode(const QList<HBManagedObjectID> &ids);
 
     // std::nullopt for a value that is damaged, of another format version,
     // or has more than maximumCount entries. Text comes back as QUrl(text).

@@ -71,12 +71,12 @@ void HBTrackPoint::willSave()
     if (!segment)
         return;
     HBError error;
-    if (!managedObjectContext()->obtainPermanentIDsForObjects({segment}, &error)) {
+    if (segment->objectID().isTemporaryID() && !managedObjectContext()->obtainPermanentIDsForObjects({segment}, &error)) {
         qCWarning(hbModel).noquote() << error.localizedDescription();
         qCWarning(hbModel).noquote() << error.detailedErrorsDescription();
         qCWarning(hbModel).noquote() << "Error occurred in HBTrackPoint willSave";
     }
-    const QString uri = segment->objectID().uriString();
+    const QString uri = segment->uriString();
     if (uri != trackSegmentURI())
         setPrimitiveValue(trackSegmentURISlot(), uri);
 }

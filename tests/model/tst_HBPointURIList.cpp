@@ -95,6 +95,8 @@ private slots:
     void millionPointsStayCompact_data();
     void millionPointsStayCompact();
     void storeIDsComeBackAndStaySmall();
+    void idsEncodeAsTheirTexts_data();
+    void idsEncodeAsTheirTexts();
     void readsLargestListWithoutBuildingIt();
     void refusesTruncatedOrExtendedValue();
     void refusesDamagedValues_data();
@@ -312,6 +314,49 @@ void tst_HBPointURIList::storeIDsComeBackAndStaySmall()
     const qsizetype expected = 4 + 37 + 13 + 6 + 2 + temporary.uriString().size();
     QCOMPARE(fromURLs.size(), expected);
     QCOMPARE(fromTexts.size(), expected);
+}
+
+void tst_HBPointURIList::idsEncodeAsTheirTexts_data()
+{
+    const HBManagedObjectModel *model = HBTrackDataModel::model();
+    const HBEntityDescription *trackPoint = model->entityNamed(point);
+    const HBEntityDescription *waypoint = model->entityNamed(QStringLiteral("HBWaypoint"));
+    const auto run = [](const HBEntityDescription *entity, const QString &store, qint64 first, qint64 count,
+                        qint64 step = 1) {
+        QList<HBManagedObjectID> ids;
+        for (qint64 i = 0; i < count; ++i)
+            ids << HBManagedObjectID::permanentID(entity, store, first + i * step);
+        return ids;
+    };
+    const HBManagedObjectID temporary = HBManagedObjectID::temporaryID(trackPoint);
+    QTest::addColumn<QList<HBManagedObjectID>>("ids");
+    QTest::newRow("empty") << QList<HBManagedObjectID>();
+    QTest::newRow("one store") << run(trackPoint, storeA, 1, 40);
+    QTest::newRow("stores alternate") << run(trackPoint, storeA, 5, 3) + run(trackPoint, storeB, 5, 3)
+                                             + run(trackPoint, storeA, 8, 20) + run(trackPoint, storeB, 8, 1);
+    QTest::newRow("entity changes in one store")
+        << run(trackPoint, storeC, 1, 18) + run(waypoint, storeC, 19, 18) + run(trackPoint, storeC, 37, 2);
+    QTest::newRow("temporary between runs")
+        << run(trackPoint, storeA, 1, 17) + QList{temporary, HBManagedObjectID()} + run(trackPoint, storeA, 18, 17);
+    QTest::newRow("keys step back and to the extremes")
+        << run(trackPoint, storeD, 100, 20, -3)
+               + QList{HBManagedObjectID::permanentID(trackPoint, storeD, std::numeric_limits<qint64>::min()),
+                       HBManagedObjectID::permanentID(trackPoint, storeD, std::numeric_limits<qint64>::max())};
+    QTest::newRow("store name kept as text") << run(trackPoint, QStringLiteral("host.name"), 1, 20)
+                                                    + run(trackPoint, storeA, 1, 2);
+}
+
+// The IDs of a segment's points are encoded without their texts; the value
+// must not differ by a byte from the one their texts give.
+void tst_HBPointURIList::idsEncodeAsTheirTexts()
+{
+    QFETCH(QList<HBManagedObjectID>, ids);
+    QStringList texts;
+    for (const HBManagedObjectID &id : ids)
+        texts << id.uriString();
+    const QByteArray fromIDs = HBPointURIList::encode(ids);
+    QCOMPARE(fromIDs.toHex(' '), HBPointURIList::encode(texts).toHex(' '));
+    QCOMPARE(HBPointURIList::decodeStrings(fromIDs), texts);
 }
 
 // A sequence run of the largest count is a valid value of 19 bytes: it is
