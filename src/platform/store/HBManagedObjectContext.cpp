@@ -1,5 +1,6 @@
 #include "platform/store/HBManagedObjectContext.h"
 
+#include "platform/HBConcurrentFor.h"
 #include "platform/HBLogging.h"
 #include "platform/HBMainThread.h"
 #include "platform/store/HBEntityDescription.h"
@@ -690,6 +691,33 @@ bool writeToStore(HBPersistentStore *store, const PendingChanges &c, HBError *fa
     return store->commit(failure);
 }
 
+// Each store file has a connection and a lock of its own, so the stores
+// of one save are written side by side: an import's points go into
+// several ten-day files at once. Small saves stay on the calling thread.
+// One failure per store, null where the store took its rows.
+std::vector<HBError> writeToStores(const QList<HBPersistentStore *> &order,
+                                   const QHash<HBPersistentStore *, PendingChanges> &work)
+{
+    constexpr size_t rowsWorthThreads = 10000;
+    size_t rows = 0;
+    for (const PendingChanges &c : work)
+        rows += c.inserted.size() + c.updated.size() + c.deleted.size();
+    std::vector<HBError> failures(size_t(order.size()));
+    const auto write = [&](qsizetype i) {
+        HBPersistentStore *store = order.at(i);
+        HBError failure;
+        if (!writeToStore(store, *work.constFind(store), &failure))
+            failures[size_t(i)] = failure.isNull() ? HBError(QStringLiteral("HBPersistentStore"), 0, store->path()) : failure;
+    };
+    if (order.size() > 1 && rows >= rowsWorthThreads) {
+        HBConcurrentFor(order.size(), write);
+    } else {
+        for (qsizetype i = 0; i < order.size(); ++i)
+            write(i);
+    }
+    return failures;
+}
+
 } // namespace
 
 bool HBManagedObjectContext::save(HBError *error)
@@ -793,8 +821,7 @@ bool HBManagedObjectContext::save(HBError *error)
             renameTemporaryIDs(o);
 
         // Group the work by store; a relationship must stay inside one store.
-        struct StoreWork { PendingChanges changes; };
-        QHash<HBPersistentStore *, StoreWork> work;
+        QHash<HBPersistentStore *, PendingChanges> work;
         QList<HBPersistentStore *> order;
         auto storeOf = [this](const HBManagedObjectID &id) {
             return m_coordinator->persistentStoreForIdentifierToken(id.storeToken());
@@ -820,7 +847,7 @@ bool HBManagedObjectContext::save(HBError *error)
             }
             if (!work.contains(store))
                 order.append(store);
-            (work[store].changes.*list).push_back(o);
+            (work[store].*list).push_back(o);
             return true;
         };
         for (HBManagedObject *o : pending.inserted) {
@@ -836,19 +863,20 @@ bool HBManagedObjectContext::save(HBError *error)
                 return false;
         }
 
+        const std::vector<HBError> failures = writeToStores(order, work);
         PendingChanges written;
         bool failed = false;
-        for (HBPersistentStore *store : std::as_const(order)) {
-            const PendingChanges &c = work[store].changes;
-            HBError failure;
-            if (!writeToStore(store, c, &failure)) {
-                if (error) {
+        for (qsizetype i = 0; i < order.size(); ++i) {
+            HBPersistentStore *store = order.at(i);
+            if (!failures[size_t(i)].isNull()) {
+                if (error && !failed) {
                     *error = contextError(134030, QStringLiteral("The changes could not be saved to %1.").arg(store->path()));
-                    error->setDetailedErrors({failure});
+                    error->setDetailedErrors({failures[size_t(i)]});
                 }
                 failed = true;
-                break;
+                continue;
             }
+            const PendingChanges &c = work[store];
             written.inserted.insert(written.inserted.end(), c.inserted.begin(), c.inserted.end());
             written.updated.insert(written.updated.end(), c.updated.begin(), c.updated.end());
             written.deleted.insert(written.deleted.end(), c.deleted.begin(), c.deleted.end());
