@@ -7,6 +7,7 @@
 #include "model/HBTrack.h"
 #include "model/HBTrackPoint.h"
 #include "model/HBTrackSegmentPointURIs.h"
+#include "platform/HBConcurrentFor.h"
 #include "platform/HBLogging.h"
 #include "platform/store/HBFetchRequest.h"
 #include "platform/store/HBManagedObjectContext.h"
@@ -120,34 +121,64 @@ void HBTrackSegment::removePoint(HBTrackPoint *point)
 
 // --- statistics ------------------------------------------------------------------------
 
+namespace {
+
+// The sum of the earth distances between consecutive positions (x =
+// longitude), added up in order. The distances of a long segment are
+// worked out side by side first; adding them in the same order keeps the
+// sum the same to the last bit.
+double pathLength(const std::vector<QPointF> &positions)
+{
+    if (positions.size() < 2)
+        return 0.0;
+    std::vector<double> legs(positions.size() - 1);
+    constexpr qsizetype legsPerJob = 8192;
+    const qsizetype jobs = (qsizetype(legs.size()) + legsPerJob - 1) / legsPerJob;
+    const auto measure = [&](qsizetype job) {
+        const size_t end = std::min(legs.size(), size_t(job + 1) * size_t(legsPerJob));
+        for (size_t i = size_t(job) * size_t(legsPerJob); i < end; ++i)
+            legs[i] = HBEarthDistance(positions[i].x(), positions[i].y(), positions[i + 1].x(), positions[i + 1].y());
+    };
+    if (jobs > 1) {
+        HBConcurrentFor(jobs, measure);
+    } else {
+        measure(0);
+    }
+    double sum = 0.0;
+    for (double leg : legs)
+        sum += leg;
+    return sum;
+}
+
+} // namespace
+
 void HBTrackSegment::recalculateAttributes()
 {
     if (m_pointCache.isEmpty())
         return;
-    double distance = 0.0;
     QDateTime start, end;
     std::optional<double> minLatitude, maxLatitude, minLongitude, maxLongitude;
-    std::optional<QPointF> previous;   // the last located point, x = longitude
+    std::vector<QPointF> located;   // x = longitude
+    located.reserve(size_t(m_pointCache.size()));
     for (const HBTrackPoint *p : std::as_const(m_pointCache)) {
         const std::optional<HBDecimal> latitude = p->latitude(), longitude = p->longitude();
         if (!latitude || !longitude)
             continue;
         const QDateTime date = p->date();
         const QPointF here(longitude->toDouble(), latitude->toDouble());
-        if (previous)
-            distance += HBEarthDistance(previous->x(), previous->y(), here.x(), here.y());
-        if (!previous || !start.isValid() || (date.isValid() && start > date))
+        const bool first = located.empty();
+        if (first || !start.isValid() || (date.isValid() && start > date))
             start = date;
-        if (!previous || !end.isValid() || (date.isValid() && end < date))
+        if (first || !end.isValid() || (date.isValid() && end < date))
             end = date;
         minLatitude = std::min(minLatitude.value_or(here.y()), here.y());
         maxLatitude = std::max(maxLatitude.value_or(here.y()), here.y());
         minLongitude = std::min(minLongitude.value_or(here.x()), here.x());
         maxLongitude = std::max(maxLongitude.value_or(here.x()), here.x());
-        previous = here;
+        located.push_back(here);
     }
     const auto optionalValue = [](const std::optional<double> &v) { return v ? QVariant(*v) : QVariant(); };
-    setValueForKey(distance, QStringLiteral("distance"));
+    setValueForKey(pathLength(located), QStringLiteral("distance"));
     setValueForKey(QVariant::fromValue(qint64(m_pointCache.size())), QStringLiteral("numberOfTrackPoints"));
     setValueForKey(start.isValid() ? QVariant(start) : QVariant(), QStringLiteral("startDate"));
     setValueForKey(end.isValid() ? QVariant(end) : QVariant(), QStringLiteral("endDate"));
@@ -179,11 +210,11 @@ void HBTrackSegment::saveTrackPointURIs()
     coordinator->unlock();
     context->unlock();
 
-    QStringList uris;
-    uris.reserve(m_pointCache.size());
+    QList<HBManagedObjectID> ids;
+    ids.reserve(m_pointCache.size());
     for (const HBTrackPoint *p : std::as_const(m_pointCache))
-        uris.append(p->objectID().uriString());
-    const QByteArray data = HBPointURIList::encode(uris);
+        ids.append(p->objectID());
+    const QByteArray data = HBPointURIList::encode(ids);
     HBTrackSegmentPointURIs *record = trackPointURIs();
     if (!record) {
         record = context->insertNewObject<HBTrackSegmentPointURIs>(QStringLiteral("HBTrackSegmentPointURIs"));
@@ -192,6 +223,16 @@ void HBTrackSegment::saveTrackPointURIs()
         return;
     }
     record->setData(data);
+}
+
+QString HBTrackSegment::uriString() const
+{
+    const HBManagedObjectID id = objectID();
+    if (id != m_uriStringID || m_uriString.isNull()) {
+        m_uriString = id.uriString();
+        m_uriStringID = id;
+    }
+    return m_uriString;
 }
 
 // --- loading -----------------------------------------------------------------------------

@@ -62,6 +62,9 @@ public:
     HBTrackPoint *fetchPointAtIndex(qsizetype index) const;
     void saveTrackPointURIs();
     void recalculateAttributes();
+    // The URI text of the segment's object ID, which each of its points
+    // stores: made once per ID rather than once per point saved.
+    QString uriString() const;
 
     // Sends the points to background deletion and drops the URI list.
     void deletePointsFromStore(const QList<HBTrackPoint *> &points);
@@ -89,4 +92,6 @@ private:
     bool m_pointsLoaded = false;
     std::shared_ptr<HBMultiPointGeometry> m_geometry;
     QVariant m_objectOwner;
+    mutable HBManagedObjectID m_uriStringID;
+    mutable QString m_uriString;
 };

@@ -122,6 +122,22 @@ private slots:
         });
     }
 
+    // Long segments measure their legs on several threads; the sum must
+    // still be the one of adding every leg in order, to the last bit.
+    void longSegmentDistanceIsTheInOrderSum()
+    {
+        onContext([&] {
+            QList<HBTrackPoint *> points = makePoints(20000);
+            for (int i = 8190; i < 20000; i += 4099)
+                points.insert(i, makePoints(1, i, false).first());
+            HBTrackSegment *segment = segmentOf(points);
+            const double expected = handDistance(points);
+            QVERIFY2(segment->distance() == expected,
+                     qPrintable(QStringLiteral("%1 != %2").arg(segment->distance(), 0, 'g', 17).arg(expected, 0, 'g', 17)));
+            QCOMPARE(segment->numberOfTrackPoints(), qint64(20003));
+        });
+    }
+
     void segmentWithoutPositionsHasNoDistanceNorDates()
     {
         onContext([&] {
