@@ -11,9 +11,9 @@ const HBPropertyDescription *HBManagedObject::property(const QString &key) const
     return m_entity ? m_entity->propertyNamed(key) : nullptr;
 }
 
-void HBManagedObject::fireFault() const
+void HBManagedObject::fulfillFault() const
 {
-    if (m_fault && m_context)
+    if (m_context)
         m_context->fulfillFault(const_cast<HBManagedObject *>(this));
 }
 

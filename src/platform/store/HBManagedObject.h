@@ -70,7 +70,13 @@ protected:
 
 private:
     friend class HBManagedObjectContext;
-    void fireFault() const;
+    // Inline: every read and write of a value asks first.
+    void fireFault() const
+    {
+        if (m_fault)
+            fulfillFault();
+    }
+    void fulfillFault() const;
     QVariant *findSlot(int slot) const;
     HBRowValues m_values;
     HBManagedObjectContext *m_context = nullptr;

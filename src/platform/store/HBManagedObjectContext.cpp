@@ -578,7 +578,11 @@ bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedO
     if (!coordinator)
         return false;
     // one reservation per store and table
-    QHash<QPair<HBPersistentStore *, const HBEntityDescription *>, QList<HBManagedObject *>> groups;
+    using Group = QPair<HBPersistentStore *, const HBEntityDescription *>;
+    QHash<Group, QList<HBManagedObject *>> groups;
+    // a segment's points come in long runs of one store
+    Group lastGroup;
+    QList<HBManagedObject *> *lastMembers = nullptr;
     for (HBManagedObject *object : objects) {
         if (!object || !object->m_objectID.isTemporaryID())
             continue;
@@ -592,7 +596,12 @@ bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedO
                 *error = contextError(134020, QStringLiteral("No store holds %1").arg(object->m_entity->name()));
             return false;
         }
-        groups[qMakePair(store, object->m_entity->rootEntity())].append(object);
+        const Group group(store, object->m_entity->rootEntity());
+        if (!lastMembers || group != lastGroup) {
+            lastGroup = group;
+            lastMembers = &groups[group];
+        }
+        lastMembers->append(object);
     }
     QList<QPair<HBManagedObjectID, HBManagedObjectID>> changes;
     for (auto it = groups.cbegin(); it != groups.cend(); ++it) {
@@ -603,7 +612,8 @@ bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedO
         qint64 key = *first;
         for (HBManagedObject *object : it.value()) {
             const HBManagedObjectID permanent = HBManagedObjectID::permanentID(object->m_entity, identifier, key++);
-            changes.append({object->m_objectID, permanent});
+            if (m_parent)
+                changes.append({object->m_objectID, permanent});
             d->registered.remove(object->m_objectID);
             if (object->m_idHandedOut)
                 d->permanentIDForTemporary.insert(object->m_objectID, permanent);
@@ -815,17 +825,28 @@ bool HBManagedObjectContext::save(HBError *error)
                     value = QVariant::fromValue(d->permanentIDForTemporary.value(id));
             }
         };
-        for (HBManagedObject *o : pending.inserted)
-            renameTemporaryIDs(o);
-        for (HBManagedObject *o : pending.updated)
-            renameTemporaryIDs(o);
+        if (!d->permanentIDForTemporary.isEmpty()) {
+            for (HBManagedObject *o : pending.inserted)
+                renameTemporaryIDs(o);
+            for (HBManagedObject *o : pending.updated)
+                renameTemporaryIDs(o);
+        }
 
         // Group the work by store; a relationship must stay inside one store.
         QHash<HBPersistentStore *, PendingChanges> work;
         QList<HBPersistentStore *> order;
-        auto storeOf = [this](const HBManagedObjectID &id) {
-            return m_coordinator->persistentStoreForIdentifierToken(id.storeToken());
+        // objects come in long runs of one store
+        quint32 lastToken = 0;
+        HBPersistentStore *lastStore = nullptr;
+        auto storeOf = [&](const HBManagedObjectID &id) {
+            if (id.storeToken() != lastToken || !lastStore) {
+                lastToken = id.storeToken();
+                lastStore = m_coordinator->persistentStoreForIdentifierToken(lastToken);
+            }
+            return lastStore;
         };
+        PendingChanges *lastWork = nullptr;
+        HBPersistentStore *lastWorkStore = nullptr;
         auto place = [&](HBManagedObject *o, std::vector<HBManagedObject *> PendingChanges::*list) -> bool {
             HBPersistentStore *store = storeOf(o->m_objectID);
             if (!store) {
@@ -845,9 +866,13 @@ bool HBManagedObjectContext::save(HBError *error)
                     return false;
                 }
             }
-            if (!work.contains(store))
-                order.append(store);
-            (work[store].*list).push_back(o);
+            if (store != lastWorkStore || !lastWork) {
+                if (!work.contains(store))
+                    order.append(store);
+                lastWork = &work[store];
+                lastWorkStore = store;
+            }
+            (lastWork->*list).push_back(o);
             return true;
         };
         for (HBManagedObject *o : pending.inserted) {
