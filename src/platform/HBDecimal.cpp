@@ -260,15 +260,23 @@ QString HBDecimal::toString() const
 
 QByteArray HBDecimal::toLatin1() const
 {
-    if (m_isNaN)
-        return QByteArrayLiteral("NaN");
+    QByteArray text;
+    appendLatin1(text);
+    return text;
+}
+
+void HBDecimal::appendLatin1(QByteArray &text) const
+{
+    if (m_isNaN) {
+        text += "NaN";
+        return;
+    }
     const Digits coefficientDigits(m_coefficient);
     const std::string_view digits = coefficientDigits.view();
     const qsizetype count = qsizetype(digits.size());
     const qsizetype scale = std::max(0, -m_exponent);
     const qsizetype integerDigits = count - scale;
-    QByteArray text;
-    text.reserve(count + std::max(0, m_exponent) + 3 + std::max<qsizetype>(0, -integerDigits));
+    text.reserve(text.size() + count + std::max(0, m_exponent) + 3 + std::max<qsizetype>(0, -integerDigits));
     if (m_negative)
         text += '-';
     if (m_exponent >= 0) {
@@ -283,7 +291,6 @@ QByteArray HBDecimal::toLatin1() const
         text += '.';
         text.append(digits.data() + integerDigits, scale);
     }
-    return text;
 }
 
 int HBDecimal::scale() const

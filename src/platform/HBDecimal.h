@@ -53,6 +53,8 @@ public:
     QString toString() const;
     // the same text as bytes, for writers that want them
     QByteArray toLatin1() const;
+    // The same text, appended: a caller writing many numbers reuses one buffer.
+    void appendLatin1(QByteArray &text) const;
     // Digits after the point as kept: 48.117300 -> 6, 12 -> 0, 1.5e-7 -> 8.
     int scale() const;
 

@@ -7,12 +7,14 @@
 #include "platform/store/HBManagedObjectModel.h"
 #include "platform/store/HBPersistentStore_p.h"
 #include "platform/store/HBPredicate.h"
+#include "platform/store/HBSqliteStatementCache.h"
 
 #include <QDataStream>
 #include <QDateTime>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QScopeGuard>
 #include <QUuid>
 
 #include <sqlite3.h>
@@ -88,6 +90,7 @@ struct HBPersistentStore::Private
     std::vector<std::unique_ptr<HBStoreTable>> tables;
     HBSqliteStatement reserveKeys;
     HBSqliteStatement readMaxKey;
+    HBSqliteStatementCache queries;
     const HBManagedObjectModel *model = nullptr;
 
     HBError sqliteError(const QString &what) const
@@ -259,7 +262,7 @@ void HBPersistentStore::Private::bindValue(const HBStoreColumn &c, HBSqliteState
         const HBDecimal d = v->metaType() == QMetaType::fromType<HBDecimal>() ? v->value<HBDecimal>()
                                                                              : HBDecimal::fromString(v->toString());
         if (!d.isNaN())
-            stmt.bindText(parameter, d.toLatin1());
+            stmt.bindText(parameter, [&d](QByteArray &text) { d.appendLatin1(text); });
         break;
     }
     case HBAttributeType::Date:
@@ -485,10 +488,29 @@ HBPersistentStore::~HBPersistentStore()
     d->tables.clear();
     d->reserveKeys = {};
     d->readMaxKey = {};
+    d->queries.clear();
 }
+
+namespace {
+
+// SQLite counts every allocation for its memory statistics under one
+// process-wide lock, on which stores written side by side would queue. The
+// statistics are never read, so they are switched off before the library
+// starts (afterwards the setting is refused, harmlessly).
+void configureSqliteOnce()
+{
+    static const bool configured = [] {
+        sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+        return true;
+    }();
+    Q_UNUSED(configured);
+}
+
+} // namespace
 
 bool HBPersistentStore::load(HBError *error)
 {
+    configureSqliteOnce();
     QMutexLocker lock(&m_mutex);
     sqlite3 *raw = nullptr;
     const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
@@ -560,6 +582,7 @@ bool HBPersistentStore::load(HBError *error)
             return fail(failure);
     }
     d->reserveKeys = HBSqliteStatement(raw, QStringLiteral("UPDATE Z_PRIMARYKEY SET Z_MAX = Z_MAX + ? WHERE Z_NAME = ?"));
+    d->queries = HBSqliteStatementCache(raw);
     d->readMaxKey = HBSqliteStatement(raw, QStringLiteral("SELECT Z_MAX FROM Z_PRIMARYKEY WHERE Z_NAME = ?"));
     return true;
 }
@@ -664,7 +687,9 @@ HBPersistentStore::FetchResult HBPersistentStore::fetchRows(const HBEntityDescri
         sql += QStringLiteral(" ORDER BY ") + order.join(u',');
     if (fetchLimit > 0 && result.filtered)
         sql += QStringLiteral(" LIMIT %1").arg(fetchLimit);
-    HBSqliteStatement select(d->db.get(), sql);
+    HBSqliteStatement &select = d->queries.statement(sql);
+    // a statement left stepping would hold its read transaction open
+    const auto resetWhenDone = qScopeGuard([&select] { select.reset(); });
     if (!select.isValid()) {
         result.ok = false;
         result.error = HBError(errorDomain(), SQLITE_ERROR, select.errorString());
@@ -706,9 +731,11 @@ qint64 HBPersistentStore::countRows(const HBEntityDescription *entity)
     const HBStoreTable *t = d->table(entity);
     if (!t)
         return 0;
-    HBSqliteStatement count(d->db.get(), QStringLiteral("SELECT COUNT(*) FROM %1 WHERE Z_ENT IN (%2)")
-                                             .arg(quoted(t->name), entityNumbers(entity)));
-    return count.step() ? count.int64(0) : 0;
+    HBSqliteStatement &count = d->queries.statement(
+        QStringLiteral("SELECT COUNT(*) FROM %1 WHERE Z_ENT IN (%2)").arg(quoted(t->name), entityNumbers(entity)));
+    const qint64 rows = count.step() ? count.int64(0) : 0;
+    count.reset();
+    return rows;
 }
 
 bool HBPersistentStore::beginTransaction(HBError *error)

@@ -9,13 +9,19 @@ HBSqliteStatement::HBSqliteStatement(sqlite3 *db, const QString &sql)
     if (sqlite3_prepare_v2(db, utf8.constData(), int(utf8.size()), &m_stmt, nullptr) != SQLITE_OK) {
         m_error = QString::fromUtf8(sqlite3_errmsg(db));
         m_stmt = nullptr;
+        return;
     }
+    const size_t parameters = size_t(sqlite3_bind_parameter_count(m_stmt)) + 1;   // numbered from 1
+    m_kept.resize(parameters);
+    m_keptText.resize(parameters);
 }
 
 HBSqliteStatement::HBSqliteStatement(HBSqliteStatement &&other) noexcept
     : m_db(other.m_db)
     , m_stmt(std::exchange(other.m_stmt, nullptr))
     , m_error(std::move(other.m_error))
+    , m_kept(std::move(other.m_kept))
+    , m_keptText(std::move(other.m_keptText))
 {
 }
 
@@ -26,6 +32,8 @@ HBSqliteStatement &HBSqliteStatement::operator=(HBSqliteStatement &&other) noexc
         m_db = other.m_db;
         m_stmt = std::exchange(other.m_stmt, nullptr);
         m_error = std::move(other.m_error);
+        m_kept = std::move(other.m_kept);
+        m_keptText = std::move(other.m_keptText);
     }
     return *this;
 }
@@ -39,19 +47,59 @@ void HBSqliteStatement::bindNull(int column) { sqlite3_bind_null(m_stmt, column)
 void HBSqliteStatement::bindInt64(int column, qint64 value) { sqlite3_bind_int64(m_stmt, column, value); }
 void HBSqliteStatement::bindDouble(int column, double value) { sqlite3_bind_double(m_stmt, column, value); }
 
+QByteArray *HBSqliteStatement::kept(int column)
+{
+    return column > 0 && size_t(column) < m_kept.size() ? &m_kept[size_t(column)] : nullptr;
+}
+
+void HBSqliteStatement::bindKept(int column, bool isText)
+{
+    const QByteArray &bytes = m_kept[size_t(column)];
+    if (isText)
+        sqlite3_bind_text(m_stmt, column, bytes.constData(), int(bytes.size()), SQLITE_STATIC);
+    else
+        sqlite3_bind_blob(m_stmt, column, bytes.constData(), int(bytes.size()), SQLITE_STATIC);
+}
+
 void HBSqliteStatement::bindText(int column, const QString &value)
 {
-    bindText(column, value.toUtf8());
+    QByteArray *bytes = kept(column);
+    if (!bytes)
+        return;
+    QString &keptText = m_keptText[size_t(column)];
+    if (value.isNull() || value.constData() != keptText.constData() || value.size() != keptText.size()) {
+        *bytes = value.toUtf8();
+        keptText = value;
+    }
+    bindKept(column, true);
 }
 
 void HBSqliteStatement::bindText(int column, const QByteArray &utf8)
 {
-    sqlite3_bind_text(m_stmt, column, utf8.constData(), int(utf8.size()), SQLITE_TRANSIENT);
+    if (QByteArray *bytes = kept(column)) {
+        *bytes = utf8;
+        m_keptText[size_t(column)] = QString();
+        bindKept(column, true);
+    }
+}
+
+void HBSqliteStatement::bindText(int column, const std::function<void(QByteArray &)> &write)
+{
+    if (QByteArray *bytes = kept(column)) {
+        bytes->resize(0);   // keeps the capacity
+        write(*bytes);
+        m_keptText[size_t(column)] = QString();
+        bindKept(column, true);
+    }
 }
 
 void HBSqliteStatement::bindBlob(int column, const QByteArray &value)
 {
-    sqlite3_bind_blob(m_stmt, column, value.constData(), int(value.size()), SQLITE_TRANSIENT);
+    if (QByteArray *bytes = kept(column)) {
+        *bytes = value;
+        m_keptText[size_t(column)] = QString();
+        bindKept(column, false);
+    }
 }
 
 void HBSqliteStatement::bindVariant(int column, const QVariant &value)

@@ -4,6 +4,8 @@
 #include "platform/store/HBPredicate.h"
 
 #include <QFile>
+#include <QLoggingCategory>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -185,6 +187,69 @@ private slots:
         QVERIFY(error.localizedDescription().contains(path));
         QVERIFY(!error.localizedFailureReason().isEmpty());
         QVERIFY(coordinator.persistentStores().isEmpty());
+    }
+
+    // A large save writes both files side by side, each statement binding
+    // its values from buffers it reuses row after row, and skipping the
+    // UTF-8 conversion of a string it has just bound. Every row must come
+    // back with its own texts: a short number after a long one, and a new
+    // string after a repeated one, included. SQLite itself reads them back.
+    void largeSaveKeepsEveryRowsOwnValues()
+    {
+        // the fixture's points are not the track manager's, which says so for each
+        QLoggingCategory::setFilterRules(QStringLiteral("hb.manager.warning=false"));
+        const auto restoreLogging = qScopeGuard([] { QLoggingCategory::setFilterRules(QString()); });
+        StoreFixture f;
+        QVERIFY(f.open());
+        auto root = f.newRootContext();
+        constexpr int count = 6000;
+        const QString shared = QStringLiteral("shared");
+        const auto number = [](int i) {
+            return i % 3 == 0 ? QStringLiteral("-%1.123456789").arg(i) : QStringLiteral("%1.5").arg(i % 90);
+        };
+        root->performBlockAndWait([&] {
+            for (int i = 0; i < count; ++i) {
+                const QString text = i % 2 ? shared : QStringLiteral("w%1").arg(i);
+                const QVariant latitude = QVariant::fromValue(HBDecimal::fromString(number(i)));
+                insert(*root, "HBWaypoint", {{"name", text}, {"latitude", latitude}});
+                HBManagedObject *point = insert(*root, "HBTrackPoint", {{"trackSegmentURI", text}, {"latitude", latitude}});
+                root->assignObject(point, f.points);
+            }
+            HBError error;
+            QVERIFY2(root->save(&error), qPrintable(error.localizedDescription()));
+        });
+        // keys count from 1 in the order of insertion
+        const QString expectedNumber = QStringLiteral("CASE WHEN (Z_PK - 1) % 3 = 0 THEN '-' || (Z_PK - 1) || '.123456789' "
+                                                      "ELSE ((Z_PK - 1) % 90) || '.5' END");
+        const QString expectedText = QStringLiteral("CASE WHEN (Z_PK - 1) % 2 = 1 THEN 'shared' ELSE 'w' || (Z_PK - 1) END");
+        QCOMPARE(rowsIn(f.centralPath(), "HBGeoPoint"), count);
+        QCOMPARE(rowsIn(f.pointsPath(), "HBGeoPoint"), count);
+        QCOMPARE(rowsIn(f.centralPath(), "HBGeoPoint", QStringLiteral("latitude IS NOT %1 OR name IS NOT %2").arg(expectedNumber, expectedText)), 0);
+        QCOMPARE(rowsIn(f.pointsPath(), "HBGeoPoint",
+                        QStringLiteral("latitude IS NOT %1 OR \"trackSegmentURI\" IS NOT %2").arg(expectedNumber, expectedText)),
+                 0);
+    }
+
+    // Queries are prepared once per store and kept: asked again, the same
+    // query must see what was saved in between.
+    void repeatedFetchSeesLaterSaves()
+    {
+        StoreFixture f;
+        QVERIFY(f.open());
+        auto writer = f.newRootContext();
+        auto reader = f.newRootContext();
+        const auto named = [&](const QString &name) {
+            return fetch(*reader, "HBWaypoint", QStringLiteral("name == %@"), {name}).size();
+        };
+        insert(*writer, "HBWaypoint", {{"name", "hut"}});
+        QVERIFY(writer->save());
+        QCOMPARE(named(QStringLiteral("hut")), 1);
+        QCOMPARE(named(QStringLiteral("lake")), 0);
+        insert(*writer, "HBWaypoint", {{"name", "hut"}});
+        insert(*writer, "HBWaypoint", {{"name", "lake"}});
+        QVERIFY(writer->save());
+        QCOMPARE(named(QStringLiteral("hut")), 2);
+        QCOMPARE(named(QStringLiteral("lake")), 1);
     }
 };
 
