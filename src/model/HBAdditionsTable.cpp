@@ -3,11 +3,24 @@
 #include "platform/store/HBFetchRequest.h"
 #include "platform/store/HBManagedObject.h"
 #include "platform/store/HBManagedObjectContext.h"
+#include "platform/store/HBEntityDescription.h"
+#include "platform/store/HBPropertyDescription.h"
 
-HBAdditionsTable::HBAdditionsTable(QString entityName, QString ownerKey)
+HBAdditionsTable::HBAdditionsTable(QString entityName, QString ownerKey, QString ownersRowsKey)
     : m_entityName(std::move(entityName))
     , m_ownerKey(std::move(ownerKey))
+    , m_ownersRowsKey(std::move(ownersRowsKey))
 {
+}
+
+// The owner's rows when they were loaded ahead (a segment's points come
+// with theirs): the rows a fetch would give, in the same order.
+std::optional<QList<HBManagedObject *>> HBAdditionsTable::loadedRows(const HBManagedObject *owner) const
+{
+    const HBPropertyDescription *toOwner = owner->entity() ? owner->entity()->propertyNamed(m_ownersRowsKey) : nullptr;
+    if (!toOwner || !toOwner->isToMany)
+        return std::nullopt;
+    return owner->managedObjectContext()->loadedRelatedObjects(owner, toOwner);
 }
 
 HBManagedObject *HBAdditionsTable::firstRow(const HBManagedObject *owner, const QString &key) const
@@ -15,6 +28,13 @@ HBManagedObject *HBAdditionsTable::firstRow(const HBManagedObject *owner, const 
     HBManagedObjectContext *context = owner->managedObjectContext();
     if (!context)
         return nullptr;
+    if (const std::optional<QList<HBManagedObject *>> rows = loadedRows(owner)) {
+        for (HBManagedObject *row : *rows) {
+            if (!row->isDeleted() && row->valueForKey(QStringLiteral("key")).toString() == key)
+                return row;
+        }
+        return nullptr;
+    }
     HBFetchRequest request(m_entityName);
     request.setPredicate(HBPredicate::format(m_ownerKey + QStringLiteral(" == %@ AND key == %@"),
                                              {QVariant::fromValue(const_cast<HBManagedObject *>(owner)), key}));

@@ -1,13 +1,17 @@
 #pragma once
 
+#include <QList>
 #include <QString>
 #include <QVariant>
+
+#include <optional>
 
 class HBManagedObject;
 
 // The extra attributes of points and tracks: rows of (owner, key, value)
 // in a table of their own ("HBGeoPointAdditions" owned through "point",
-// "HBTrackAdditions" through "track"). Each access is one fetch.
+// "HBTrackAdditions" through "track"). Each access is one fetch, unless the
+// owner's rows were loaded ahead with it and are still current.
 class HBAdditionsTable
 {
 public:
@@ -16,7 +20,8 @@ public:
         Unlinked,   // a new row gets its key and value only
     };
 
-    HBAdditionsTable(QString entityName, QString ownerKey);
+    // ownersRowsKey: the owner's to-many relationship to its rows, if it has one.
+    HBAdditionsTable(QString entityName, QString ownerKey, QString ownersRowsKey = {});
 
     // The value of the first row of the owner with the key, or an invalid
     // value. A failed fetch counts as no row.
@@ -26,8 +31,10 @@ public:
     void setValue(HBManagedObject *owner, const QVariant &value, const QString &key, NewRow newRow) const;
 
 private:
+    std::optional<QList<HBManagedObject *>> loadedRows(const HBManagedObject *owner) const;
     HBManagedObject *firstRow(const HBManagedObject *owner, const QString &key) const;
 
     QString m_entityName;
     QString m_ownerKey;
+    QString m_ownersRowsKey;
 };

@@ -177,7 +177,8 @@ namespace {
 
 const HBAdditionsTable &additions()
 {
-    static const HBAdditionsTable table(QStringLiteral("HBGeoPointAdditions"), QStringLiteral("point"));
+    static const HBAdditionsTable table(QStringLiteral("HBGeoPointAdditions"), QStringLiteral("point"),
+                                        QStringLiteral("additionalAttributes"));
     return table;
 }
 

@@ -217,6 +217,42 @@ private slots:
         QCOMPARE(rowsIn(central, QStringLiteral("HBTrackAdditions"), QStringLiteral("track IS NULL")), qint64(2));
     }
 
+    // A segment's points come with their extra attributes loaded: the values
+    // read afterwards must be each point's own, absent ones stay absent,
+    // and a value written later is the one read back.
+    void pointsLoadedWithTheirExtras()
+    {
+        HBManagedObjectID segmentID;
+        onContext([&] {
+            const QList<HBTrackPoint *> points = makePoints(4, 400);
+            points[1]->setGeoidHeight(HBDecimal::fromString(QStringLiteral("47.25")));
+            points[1]->setLink(QStringLiteral("https://example.org/one"));
+            points[3]->setMagneticVariation(HBDecimal::fromString(QStringLiteral("-2.50")));
+            HBTrackSegment *segment = segmentOf(points);
+            QVERIFY(m_context->obtainPermanentIDsForObjects({segment}));
+            segmentID = segment->objectID();
+        });
+        m_manager->save();
+
+        std::unique_ptr<HBManagedObjectContext> fresh = m_manager->newManagedObjectContext();
+        fresh->performBlockAndWait([&] {
+            auto *segment = static_cast<HBTrackSegment *>(fresh->existingObjectWithID(segmentID));
+            QVERIFY(segment);
+            const QList<HBTrackPoint *> points = segment->points();
+            QCOMPARE(points.size(), 4);
+            QCOMPARE(points[1]->geoidHeight()->toString(), QStringLiteral("47.25"));
+            QCOMPARE(points[1]->link(), QStringLiteral("https://example.org/one"));
+            QVERIFY(!points[1]->magneticVariation());
+            QCOMPARE(points[3]->magneticVariation()->toString(), QStringLiteral("-2.50"));
+            QVERIFY(!points[0]->geoidHeight());
+            QVERIFY(points[2]->link().isNull());
+            points[0]->setGeoidHeight(HBDecimal::fromString(QStringLiteral("12.0")));
+            points[1]->setGeoidHeight(HBDecimal::fromString(QStringLiteral("48")));
+            QCOMPARE(points[0]->geoidHeight()->toString(), QStringLiteral("12.0"));
+            QCOMPARE(points[1]->geoidHeight()->toString(), QStringLiteral("48"));
+        });
+    }
+
     void pointListSurvivesAFreshContext()
     {
         HBManagedObjectID segmentID;

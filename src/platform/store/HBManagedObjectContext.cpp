@@ -57,20 +57,45 @@ QVariant asID(const QVariant &value)
     return value;
 }
 
-bool sortsBefore(const HBManagedObject *a, const HBManagedObject *b, const QList<HBSortDescriptor> &sort)
+bool sortsBefore(const QVariantList &a, const QVariantList &b, const QList<HBSortDescriptor> &sort)
 {
-    for (const HBSortDescriptor &s : sort) {
-        const QVariant va = a->valueForKeyPath(s.key), vb = b->valueForKeyPath(s.key);
+    for (qsizetype i = 0; i < sort.size(); ++i) {
+        const QVariant &va = a.at(i), &vb = b.at(i);
+        const bool ascending = sort.at(i).ascending;
         if (!va.isValid() || !vb.isValid()) {
             if (va.isValid() == vb.isValid())
                 continue;
-            return s.ascending ? !va.isValid() : va.isValid();
+            return ascending ? !va.isValid() : va.isValid();
         }
         const int order = HBPredicate::compareValues(va, vb);
         if (order != 0)
-            return s.ascending ? order < 0 : order > 0;
+            return ascending ? order < 0 : order > 0;
     }
     return false;
+}
+
+// Stable; each object's sort values are read once rather than at every
+// comparison (a segment's points are sorted by the hundred thousand).
+void sortObjects(QList<HBManagedObject *> &objects, const QList<HBSortDescriptor> &sort)
+{
+    struct Keyed
+    {
+        HBManagedObject *object;
+        QVariantList values;
+    };
+    std::vector<Keyed> keyed;
+    keyed.reserve(size_t(objects.size()));
+    for (HBManagedObject *object : std::as_const(objects)) {
+        QVariantList values;
+        values.reserve(sort.size());
+        for (const HBSortDescriptor &s : sort)
+            values.append(object->valueForKeyPath(s.key));
+        keyed.push_back({object, std::move(values)});
+    }
+    std::stable_sort(keyed.begin(), keyed.end(),
+                     [&sort](const Keyed &a, const Keyed &b) { return sortsBefore(a.values, b.values, sort); });
+    for (size_t i = 0; i < keyed.size(); ++i)
+        objects[qsizetype(i)] = keyed[i].object;
 }
 
 HBError contextError(int code, const QString &description)
@@ -359,6 +384,15 @@ void HBManagedObjectContext::deleteObject(HBManagedObject *object)
     }
 }
 
+std::optional<QList<HBManagedObject *>> HBManagedObjectContext::loadedRelatedObjects(const HBManagedObject *object,
+                                                                                    const HBPropertyDescription *property) const
+{
+    const auto cached = d->toManyCache.constFind(qMakePair(object, property->index));
+    if (cached == d->toManyCache.constEnd())
+        return std::nullopt;
+    return *cached;
+}
+
 QList<HBManagedObject *> HBManagedObjectContext::relatedObjects(const HBManagedObject *object,
                                                                 const HBPropertyDescription *property)
 {
@@ -456,7 +490,9 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
                 return {};
             }
             filterAll = filterAll || !rows.filtered;
-            ++sources;
+            // only rows of several files need merging in order
+            if (!rows.rows.isEmpty())
+                ++sources;
             const quint32 identifier = store->identifierToken();
             for (HBStoreRow &row : rows.rows) {
                 if (row.entity)
@@ -495,8 +531,7 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
         addFromMemory(object);
     const QList<HBSortDescriptor> sort = request.sortDescriptors();
     if (!sort.isEmpty() && (addedInMemory || sources > 1 || filterAll || overlay))
-        std::stable_sort(results.begin(), results.end(),
-                         [&sort](const HBManagedObject *a, const HBManagedObject *b) { return sortsBefore(a, b, sort); });
+        sortObjects(results, sort);
     if (request.fetchLimit() > 0 && results.size() > request.fetchLimit())
         results.resize(request.fetchLimit());
 

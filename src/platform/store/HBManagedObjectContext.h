@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 class HBEntityDescription;
 class HBManagedObject;
@@ -72,6 +73,10 @@ public:
     void deleteObject(HBManagedObject *object);
     HBManagedObject *objectWithID(const HBManagedObjectID &objectID);
     HBManagedObject *existingObjectWithID(const HBManagedObjectID &objectID, HBError *error = nullptr);
+    // The members of a to-many relationship when a prefetch or an earlier
+    // read has loaded them and nothing changed since, without a fetch.
+    std::optional<QList<HBManagedObject *>> loadedRelatedObjects(const HBManagedObject *object,
+                                                                 const HBPropertyDescription *property) const;
     QList<HBManagedObject *> executeFetchRequest(const HBFetchRequest &request, HBError *error = nullptr);
     QList<HBManagedObjectID> executeFetchRequestForObjectIDs(const HBFetchRequest &request, HBError *error = nullptr);
     qsizetype countForFetchRequest(const HBFetchRequest &request, HBError *error = nullptr);
