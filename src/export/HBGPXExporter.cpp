@@ -15,9 +15,15 @@ namespace {
 const QString kGPXNamespace = QStringLiteral("http://www.topografix.com/GPX/1/1");
 const QString kSchemaInstanceNamespace = QStringLiteral("http://www.w3.org/2001/XMLSchema-instance");
 
+// "%Y-%m-%dT%H:%M:%SZ" in UTC, written by hand: the locale-aware
+// formatter costs more than the rest of a track point's element.
 QString gpxTime(const QDateTime &date)
 {
-    return date.toUTC().toString(QStringLiteral("yyyy-MM-dd'T'HH:mm:ss'Z'"));
+    const QDateTime utc = date.toUTC();
+    const QDate day = utc.date();
+    const QTime time = utc.time();
+    return QString::asprintf("%04d-%02d-%02dT%02d:%02d:%02dZ", day.year(), day.month(), day.day(), time.hour(),
+                             time.minute(), time.second());
 }
 
 QString decimalText(const std::optional<HBDecimal> &value)
