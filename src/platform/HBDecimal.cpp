@@ -237,6 +237,19 @@ double HBDecimal::toDouble() const
 {
     if (m_isNaN)
         return std::numeric_limits<double>::quiet_NaN();
+    // A coefficient below 2^53 and a power of ten up to 10^22 are both exact
+    // doubles, and one IEEE division or multiplication of exact operands is
+    // rounded correctly: the same double as the text conversion below, at a
+    // fraction of its cost. Coordinates with up to 15 digits take this way.
+    static constexpr double exactPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                                  1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    constexpr quint64 exactIntegers = quint64(1) << 53;
+    if (m_coefficient.high == 0 && m_coefficient.low <= exactIntegers && m_exponent >= -22 && m_exponent <= 22) {
+        const double coefficient = double(m_coefficient.low);
+        const double magnitude = m_exponent < 0 ? coefficient / exactPowersOfTen[-m_exponent]
+                                                : coefficient * exactPowersOfTen[m_exponent];
+        return m_negative ? -magnitude : magnitude;
+    }
     // Integer digits and an exponent: no decimal point, so no locale.
     char text[HBDecimal::kMaxDigits + 16];
     const Digits coefficientDigits(m_coefficient);

@@ -3,7 +3,11 @@
 #include <QBuffer>
 #include <QDataStream>
 #include <QSet>
+#include <QRandomGenerator>
 #include <QTest>
+
+#include <bit>
+#include <cstdlib>
 #include <QVariant>
 
 #include <cmath>
@@ -45,6 +49,7 @@ private slots:
     void fromDoubleOfNonFiniteIsNaN();
     void toDoubleIsCorrectlyRounded_data();
     void toDoubleIsCorrectlyRounded();
+    void toDoubleAgreesWithStrtod();
     void fromIntegerCoversTheWholeRange_data();
     void fromIntegerCoversTheWholeRange();
     void fromScaledIntegerKeepsTheScale_data();
@@ -255,6 +260,12 @@ void tst_HBDecimal::toDoubleIsCorrectlyRounded_data()
     QTest::addColumn<double>("value");
 
     QTest::newRow("latitude") << "48.117300" << 48.117300;
+    QTest::newRow("2^53, ten to the -22") << "9007199254740992e-22" << 9007199254740992e-22;
+    QTest::newRow("2^53 + 1, ten to the -22") << "9007199254740993e-22" << 9007199254740993e-22;
+    QTest::newRow("ten to the 22") << "7e22" << 7e22;
+    QTest::newRow("ten to the 23") << "7e23" << 7e23;
+    QTest::newRow("ten to the -23") << "7e-23" << 7e-23;
+    QTest::newRow("negative zero") << "-0.000" << -0.0;
     QTest::newRow("tenth") << "0.1" << 0.1;
     QTest::newRow("exponent") << "-1.5e-7" << -1.5e-7;
     QTest::newRow("halfway between doubles, to even") << "9007199254740993" << 9007199254740993.0;
@@ -274,8 +285,29 @@ void tst_HBDecimal::toDoubleIsCorrectlyRounded()
     QFETCH(double, value);
 
     const double converted = decimal(text).toDouble();
-    QCOMPARE(converted, value);
-    QCOMPARE(std::signbit(converted), std::signbit(value));
+    QCOMPARE(std::bit_cast<quint64>(converted), std::bit_cast<quint64>(value));
+}
+
+// Short coefficients are converted by one exact division or multiplication,
+// long ones through text: both must give the double strtod gives, bit for
+// bit, on either side of every limit of the short way (2^53, 10^22).
+void tst_HBDecimal::toDoubleAgreesWithStrtod()
+{
+    QRandomGenerator random(20261121);
+    for (int i = 0; i < 200000; ++i) {
+        const int count = 1 + int(random.bounded(18));
+        QString digits;
+        for (int d = 0; d < count; ++d)
+            digits += QChar(u'0' + char16_t(random.bounded(10)));
+        if (random.bounded(4) == 0)
+            digits = QStringLiteral("9007199254740") + digits.right(3);   // around 2^53
+        const QString text = (random.bounded(2) ? QStringLiteral("-") : QString()) + digits
+                             + QStringLiteral("e%1").arg(int(random.bounded(61)) - 30);
+        const double expected = std::strtod(text.toLatin1().constData(), nullptr);
+        const double converted = decimal(text).toDouble();
+        if (std::bit_cast<quint64>(converted) != std::bit_cast<quint64>(expected))
+            QFAIL(qPrintable(QStringLiteral("%1: %2 instead of %3").arg(text).arg(converted, 0, 'g', 17).arg(expected, 0, 'g', 17)));
+    }
 }
 
 void tst_HBDecimal::fromIntegerCoversTheWholeRange_data()
