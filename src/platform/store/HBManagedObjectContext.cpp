@@ -573,9 +573,23 @@ QList<HBManagedObjectID> HBManagedObjectContext::executeFetchRequestForObjectIDs
     return ids;
 }
 
+// Counting every record of an entity in a context with nothing unsaved is
+// one COUNT per file; anything else counts what a fetch returns.
 qsizetype HBManagedObjectContext::countForFetchRequest(const HBFetchRequest &request, HBError *error)
 {
-    return executeFetchRequest(request, error).size();
+    HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
+    const HBEntityDescription *entity = coordinator ? coordinator->managedObjectModel()->entityNamed(request.entityName()) : nullptr;
+    const bool countsStores = entity && !m_parent && !request.predicate().isValid() && request.fetchLimit() <= 0
+                              && d->insertedByRoot[entity->rootEntity()].empty()
+                              && d->updatedByRoot[entity->rootEntity()].isEmpty() && d->deletedOrder.empty();
+    if (!countsStores)
+        return executeFetchRequest(request, error).size();
+    qsizetype count = 0;
+    for (HBPersistentStore *store : coordinator->persistentStores()) {
+        if (store->holdsEntity(entity))
+            count += qsizetype(store->countRows(entity));
+    }
+    return count;
 }
 
 // --- identifiers --------------------------------------------------------------

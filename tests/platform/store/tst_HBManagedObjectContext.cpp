@@ -251,6 +251,33 @@ private slots:
         QCOMPARE(named(QStringLiteral("hut")), 2);
         QCOMPARE(named(QStringLiteral("lake")), 1);
     }
+
+    // A count of every record is taken from the files while nothing is
+    // unsaved, and from a fetch otherwise: both must give what the fetch
+    // itself returns, sub-entities included.
+    void countAgreesWithTheFetch()
+    {
+        StoreFixture f;
+        QVERIFY(f.open());
+        auto context = f.newRootContext();
+        const auto counts = [&](const char *entity) {
+            const HBFetchRequest request(QString::fromLatin1(entity));
+            return qMakePair(context->countForFetchRequest(request), context->executeFetchRequest(request).size());
+        };
+        for (int i = 0; i < 3; ++i)
+            insert(*context, "HBWaypoint", {{"name", QStringLiteral("w%1").arg(i)}});
+        for (int i = 0; i < 2; ++i)
+            context->assignObject(insert(*context, "HBTrackPoint", {{"order", i}}), f.points);
+        QCOMPARE(counts("HBWaypoint"), qMakePair(qsizetype(3), qsizetype(3)));   // unsaved
+        QVERIFY(context->save());
+        QCOMPARE(counts("HBWaypoint"), qMakePair(qsizetype(3), qsizetype(3)));
+        QCOMPARE(counts("HBTrackPoint"), qMakePair(qsizetype(2), qsizetype(2)));
+        QCOMPARE(counts("HBGeoPoint"), qMakePair(qsizetype(5), qsizetype(5)));
+        context->deleteObject(fetch(*context, "HBWaypoint").first());
+        QCOMPARE(counts("HBWaypoint"), qMakePair(qsizetype(2), qsizetype(2)));   // deletion unsaved
+        QVERIFY(context->save());
+        QCOMPARE(counts("HBGeoPoint"), qMakePair(qsizetype(4), qsizetype(4)));
+    }
 };
 
 QTEST_GUILESS_MAIN(tst_HBManagedObjectContext)
