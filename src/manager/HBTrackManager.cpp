@@ -2,6 +2,7 @@
 
 #include "import/HBFileImportOperation.h"
 #include "import/HBImportOperationFactory.h"
+#include "manager/HBOpenFileLimit.h"
 #include "model/HBGeoPoint.h"
 #include "model/HBTrack.h"
 #include "model/HBTrackPoint.h"
@@ -296,6 +297,7 @@ qint64 HBTrackManager::periodNumberForDate(const QDateTime &date)
 
 std::unique_ptr<HBPersistentStoreCoordinator> HBTrackManager::centralPersistentStoreCoordinator()
 {
+    HBOpenFileLimit::raiseOnce();
     createSupportFoldersForApplication(kApplicationFolder);
     auto coordinator = std::make_unique<HBPersistentStoreCoordinator>(HBTrackDataModel::model());
     StartupErrors errors;

@@ -1,3 +1,4 @@
+#include "ProbeProcess.h"
 #include "SqliteRows.h"
 
 #include <QDir>
@@ -19,36 +20,15 @@ class tst_HBTrackManagerRestart : public QObject
     QString support() const { return m_home.filePath(QStringLiteral("data/Fernwick")); }
     QString points() const { return support() + QStringLiteral("/PointDatabases"); }
 
-    void setUpProbe(QProcess &probe, const QString &dataHome = {}) const
+    void setUpProbe(QProcess &probe) const
     {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_DATA_HOME"), dataHome.isEmpty() ? m_home.filePath(QStringLiteral("data")) : dataHome);
-        env.insert(QStringLiteral("XDG_CACHE_HOME"), m_home.filePath(QStringLiteral("cache")));
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_home.filePath(QStringLiteral("config")));
-        probe.setProcessEnvironment(env);
+        probe.setProcessEnvironment(probeEnvironment(m_home.path()));
         probe.setProgram(QStringLiteral(HB_PROBE_PATH));
     }
 
-    struct Run
+    ProbeRun probe(const QStringList &arguments, const QString &dataHome = {}) const
     {
-        int exitCode = -1;
-        QStringList out;
-        QString err;
-    };
-
-    Run probe(const QStringList &arguments, const QString &dataHome = {}) const
-    {
-        QProcess p;
-        setUpProbe(p, dataHome);
-        p.setArguments(arguments);
-        p.start();
-        Run run;
-        if (!p.waitForFinished(120000))
-            return run;
-        run.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-        run.out = QString::fromUtf8(p.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
-        run.err = QString::fromUtf8(p.readAllStandardError());
-        return run;
+        return runProbe(QStringLiteral(HB_PROBE_PATH), arguments, probeEnvironment(m_home.path(), dataHome));
     }
 
     void clearHome()
@@ -65,14 +45,14 @@ private slots:
     // inserted again in the running program.
     void periodZeroIsNotReopenedAtStart()
     {
-        const Run first = probe({QStringLiteral("insert"), QStringLiteral("2001-01-05T00:00:00Z"),
-                                 QStringLiteral("2001-01-15T00:00:00Z"), QStringLiteral("2000-12-25T00:00:00Z"),
-                                 QStringLiteral("none")});
+        const ProbeRun first = probe({QStringLiteral("insert"), QStringLiteral("2001-01-05T00:00:00Z"),
+                                      QStringLiteral("2001-01-15T00:00:00Z"), QStringLiteral("2000-12-25T00:00:00Z"),
+                                      QStringLiteral("none")});
         QCOMPARE(first.exitCode, 0);
         for (const char *file : {"0.sql", "1.sql", "-1.sql", "DatelessPoints.sql"})
             QCOMPARE(rowsIn(points() + u'/' + QLatin1String(file), QStringLiteral("HBGeoPoint")), qint64(1));
 
-        const Run second = probe({QStringLiteral("list")});
+        const ProbeRun second = probe({QStringLiteral("list")});
         QCOMPARE(second.exitCode, 0);
         QCOMPARE(second.out, (QStringList{QStringLiteral("2000-12-25T00:00:00Z"), QStringLiteral("2001-01-15T00:00:00Z"),
                                           QStringLiteral("none"), QStringLiteral("store -1.sql"),
@@ -92,7 +72,7 @@ private slots:
             QVERIFY(f.open(QIODevice::WriteOnly));
             f.write("not a store");
         }
-        const Run run = probe({QStringLiteral("list")});
+        const ProbeRun run = probe({QStringLiteral("list")});
         QCOMPARE(run.exitCode, 0);
         QVERIFY(run.out.contains(QStringLiteral("store 1.sql")));
         QCOMPARE(run.out.filter(QStringLiteral("store ")).size(), 3);
@@ -120,7 +100,7 @@ private slots:
         garbage.write(QByteArray(4096, 'x'));
         garbage.close();
 
-        const Run run = probe({QStringLiteral("list")});
+        const ProbeRun run = probe({QStringLiteral("list")});
         QCOMPARE(run.exitCode, 1);
         QVERIFY(run.out.isEmpty());
         const QStringList lines = run.err.split(u'\n', Qt::SkipEmptyParts);
@@ -142,7 +122,7 @@ private slots:
         QVERIFY(blocker.open(QIODevice::WriteOnly));
         blocker.close();
         const QString dataHome = m_home.filePath(QStringLiteral("blocker/data"));
-        const Run run = probe({QStringLiteral("list")}, dataHome);
+        const ProbeRun run = probe({QStringLiteral("list")}, dataHome);
         QCOMPARE(run.exitCode, 1);
         QVERIFY2(run.err.contains(QStringLiteral("The folder %1/Fernwick could not be made.").arg(dataHome)),
                  qPrintable(run.err));
@@ -178,7 +158,7 @@ private slots:
         QVERIFY2(rows >= qint64(saved) * batchSize, qPrintable(QString::number(rows)));
         QCOMPARE(rows % batchSize, qint64(0));
 
-        const Run after = probe({QStringLiteral("list")});
+        const ProbeRun after = probe({QStringLiteral("list")});
         QCOMPARE(after.exitCode, 0);
         QCOMPARE(after.out.size(), int(rows) + 3);   // the points, then three stores
     }

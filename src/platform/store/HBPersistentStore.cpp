@@ -34,6 +34,20 @@ struct DatabaseCloser
     void operator()(sqlite3 *db) const { sqlite3_close_v2(db); }
 };
 
+// SQLite says only "unable to open database file" whether a file is
+// missing, forbidden or past the process's limit of open files, and it says
+// so for the write-ahead log and its shared memory too; the system's reason
+// tells these apart.
+QString sqliteMessage(sqlite3 *db, const char *message = nullptr)
+{
+    QString text = QString::fromUtf8(message ? message : sqlite3_errmsg(db));
+    const int primary = sqlite3_errcode(db) & 0xff;
+    if (const int systemError = sqlite3_system_errno(db);
+        systemError != 0 && (primary == SQLITE_CANTOPEN || primary == SQLITE_IOERR))
+        text += QStringLiteral(" (%1)").arg(qt_error_string(systemError));
+    return text;
+}
+
 QByteArray variantBlob(const QVariant &value)
 {
     QByteArray blob;
@@ -129,7 +143,7 @@ struct HBPersistentStore::Private
     HBError sqliteError(const QString &what) const
     {
         return HBError(HBPersistentStore::errorDomain(), sqlite3_errcode(db.get()),
-                       QStringLiteral("%1: %2").arg(what, QString::fromUtf8(sqlite3_errmsg(db.get()))));
+                       QStringLiteral("%1: %2").arg(what, sqliteMessage(db.get())));
     }
     bool exec(const QString &sql, HBError *error)
     {
@@ -137,8 +151,7 @@ struct HBPersistentStore::Private
         if (sqlite3_exec(db.get(), sql.toUtf8().constData(), nullptr, nullptr, &message) == SQLITE_OK)
             return true;
         if (error)
-            *error = HBError(HBPersistentStore::errorDomain(), sqlite3_errcode(db.get()),
-                             QString::fromUtf8(message ? message : "SQLite error"));
+            *error = HBError(HBPersistentStore::errorDomain(), sqlite3_errcode(db.get()), sqliteMessage(db.get(), message));
         sqlite3_free(message);
         return false;
     }
@@ -557,15 +570,7 @@ bool HBPersistentStore::load(HBError *error)
     const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
     const int rc = sqlite3_open_v2(QFile::encodeName(m_path).constData(), &raw, flags, nullptr);
     d->db.reset(raw);
-    if (rc != SQLITE_OK) {
-        if (error)
-            *error = HBError(errorDomain(), rc, QStringLiteral("The store file %1 could not be opened.").arg(m_path),
-                             raw ? QString::fromUtf8(sqlite3_errmsg(raw)) : QString());
-        d->db.reset();
-        return false;
-    }
-    sqlite3_busy_timeout(raw, kBusyTimeoutMs);
-    HBError failure;
+    // The cause goes into the detailed errors, which the store-error log prints.
     auto fail = [&](const HBError &e) {
         if (error) {
             *error = HBError(errorDomain(), e.code(), QStringLiteral("The store file %1 could not be opened.").arg(m_path),
@@ -575,6 +580,10 @@ bool HBPersistentStore::load(HBError *error)
         d->db.reset();
         return false;
     };
+    if (rc != SQLITE_OK)
+        return fail(HBError(errorDomain(), rc, sqliteMessage(raw)));
+    sqlite3_busy_timeout(raw, kBusyTimeoutMs);
+    HBError failure;
     // The write-ahead journal lets readers of one coordinator go on while
     // another writes; NORMAL sync is durable against a process crash.
     if (!d->exec(QStringLiteral("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = OFF"), &failure))

@@ -173,19 +173,37 @@ private slots:
         QVERIFY(!left.first()->objectForKey("event"));
     }
 
-    void aFileThatIsNotSQLiteIsRefusedWithAReason()
+    // The store-error log prints the description and the detailed errors,
+    // so the reason must be among the detailed errors.
+    void aFileThatCannotBeOpenedIsRefusedWithAReason_data()
     {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("not SQLite") << QStringLiteral("TrackManagerDatabase.sql") << QByteArray(4096, 'x')
+                                    << QStringLiteral("file is not a database");
+        QTest::newRow("folder missing") << QStringLiteral("missing/TrackManagerDatabase.sql") << QByteArray()
+                                        << QStringLiteral("unable to open database file (No such file or directory)");
+    }
+
+    void aFileThatCannotBeOpenedIsRefusedWithAReason()
+    {
+        QFETCH(QString, name);
+        QFETCH(QByteArray, content);
+        QFETCH(QString, reason);
         QTemporaryDir dir;
-        const QString path = dir.filePath("TrackManagerDatabase.sql");
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(QByteArray(4096, 'x'));
-        file.close();
+        const QString path = dir.filePath(name);
+        if (!content.isEmpty()) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(content);
+        }
         HBPersistentStoreCoordinator coordinator(HBTrackDataModel::model());
         HBError error;
         QVERIFY(!coordinator.addPersistentStore(QString(), path, &error));
-        QVERIFY(error.localizedDescription().contains(path));
-        QVERIFY(!error.localizedFailureReason().isEmpty());
+        QCOMPARE(error.localizedDescription(), QStringLiteral("The store file %1 could not be opened.").arg(path));
+        QCOMPARE(error.localizedFailureReason(), reason);
+        QCOMPARE(error.detailedErrorsDescription(), reason);
         QVERIFY(coordinator.persistentStores().isEmpty());
     }
 
