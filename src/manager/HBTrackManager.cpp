@@ -2,6 +2,7 @@
 
 #include "import/HBFileImportOperation.h"
 #include "import/HBImportOperationFactory.h"
+#include "import/gpsbabel/HBGPSBabelImportOperation.h"
 #include "manager/HBOpenFileLimit.h"
 #include "model/HBGeoPoint.h"
 #include "model/HBTrack.h"
@@ -995,13 +996,7 @@ void HBTrackManager::importFilesAtPaths(const QStringList &paths)
         operation->setImportDate(batchDate);
         changeProgress(m_progress.max, m_progress.max + operation->numberOfCharacters(),
                        &HBTrackManager::trackImportProgressMaxChanged);
-        // the connection keeps the operation until its bookkeeping is done
-        connect(operation.get(), &HBOperation::finished, this,
-                [this, operation] {
-                    const std::shared_ptr<HBFileImportOperation> finished = operation;
-                    handleTrackOperationDidFinish(finished.get());
-                },
-                Qt::QueuedConnection);
+        observeFinishOf(operation);
         m_trackImportQueue->addOperation(operation);
     }
     if (m_trackImportQueue->operationCount() > 0) {
@@ -1025,9 +1020,58 @@ void HBTrackManager::updateImportOperation()
                    &HBTrackManager::trackImportProgressValueChanged);
 }
 
-void HBTrackManager::handleTrackOperationDidFinish(HBFileImportOperation *operation)
+void HBTrackManager::queueGPSBabelImportOperation(std::shared_ptr<HBGPSBabelImportOperation> operation)
+{
+    connect(operation.get(), &HBGPSBabelImportOperation::babelOutputTextChanged, this,
+            [](const QString &text) { qCWarning(hbManager).noquote() << "GPSBabel error:" << text; },
+            Qt::QueuedConnection);
+    observeFinishOf(operation);
+    // A download starts no progress timer: it has no progress to show.
+    changeProgress(m_progress.indeterminate, true, &HBTrackManager::trackImportIsIndeterminateProgressChanged);
+    changeProgress(m_progress.inProgress, true, &HBTrackManager::trackImportIsInProgressChanged);
+    changeProgress(m_progress.min, quint64(0), &HBTrackManager::trackImportProgressMinChanged);
+    changeProgress(m_progress.max, quint64(0), &HBTrackManager::trackImportProgressMaxChanged);
+    changeProgress(m_progress.value, quint64(0), &HBTrackManager::trackImportProgressValueChanged);
+    changeProgress(m_progress.info, tr("Downloading from GPS\u2026"), &HBTrackManager::trackImportProgressInfoChanged);
+    m_trackImportQueue->addOperation(std::move(operation));
+}
+
+// The connection keeps the operation alive until its bookkeeping is done.
+void HBTrackManager::observeFinishOf(const std::shared_ptr<HBOperation> &operation)
+{
+    connect(operation.get(), &HBOperation::finished, this,
+            [this, operation] {
+                // disconnecting drops the captured pointer
+                const std::shared_ptr<HBOperation> finished = operation;
+                handleTrackOperationDidFinish(finished.get());
+            },
+            Qt::QueuedConnection);
+}
+
+void HBTrackManager::handleTrackOperationDidFinish(HBOperation *operation)
 {
     disconnect(operation, &HBOperation::finished, this, nullptr);
+    if (auto *download = qobject_cast<HBGPSBabelImportOperation *>(operation))
+        handleDownloadDidFinish(download);
+    else if (auto *file = qobject_cast<HBFileImportOperation *>(operation))
+        handleFileImportDidFinish(file);
+}
+
+// The downloaded file goes through the file import like a dropped file; a
+// failed download leaves the progress figures and text as they were.
+void HBTrackManager::handleDownloadDidFinish(HBGPSBabelImportOperation *download)
+{
+    disconnect(download, &HBGPSBabelImportOperation::babelOutputTextChanged, this, nullptr);
+    // A download cancelled before it started wrote nothing; the destination
+    // may hold an older file that the user did not ask for now.
+    if (!download->errorOccurredDuringDownload() && !download->isCancelled())
+        importFilesAtPaths({download->fileDestinationPath()});
+    else
+        changeProgress(m_progress.inProgress, false, &HBTrackManager::trackImportIsInProgressChanged);
+}
+
+void HBTrackManager::handleFileImportDidFinish(HBFileImportOperation *operation)
+{
     changeProgress(m_progress.lastFinished, m_progress.lastFinished + operation->numberOfCharacters(),
                    &HBTrackManager::trackImportLastFinishedProgressValueChanged);
     HBMainThread::post([this] { emit didFinishBatchImport(); });

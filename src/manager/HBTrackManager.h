@@ -18,11 +18,13 @@
 #include <memory>
 
 class HBFileImportOperation;
+class HBGPSBabelImportOperation;
 class HBManagedObject;
 class HBManagedObjectContext;
 class HBTrack;
 class HBTrackPoint;
 class HBWaypoint;
+class HBOperation;
 class HBOperationQueue;
 class HBPersistentStore;
 class HBPersistentStoreCoordinator;
@@ -181,8 +183,14 @@ public:
     void cancelImport();
     // The progress tick, every 0.1 s while a batch runs.
     void updateImportOperation();
+    // Queues a download from a GPS receiver, configured with its
+    // destination and gpsbabel arguments. The progress turns indeterminate
+    // with "Downloading from GPS…"; a download that succeeds imports its
+    // file as a batch of its own, one that fails only ends the progress.
+    // Text gpsbabel prints is logged as "GPSBabel error: <text>".
+    void queueGPSBabelImportOperation(std::shared_ptr<HBGPSBabelImportOperation> operation);
     // Batch bookkeeping when an operation is done (main thread).
-    void handleTrackOperationDidFinish(HBFileImportOperation *operation);
+    void handleTrackOperationDidFinish(HBOperation *operation);
 
     bool trackImportIsInProgress() const { return m_progress.inProgress; }
     bool trackImportIsIndeterminateProgress() const { return m_progress.indeterminate; }
@@ -223,6 +231,9 @@ private:
     static void announceSavesOf(HBManagedObjectContext *context);
     void setRecentImportsPredicate(const HBPredicate &predicate);
     void startBatch(qsizetype pathCount);
+    void observeFinishOf(const std::shared_ptr<HBOperation> &operation);
+    void handleDownloadDidFinish(HBGPSBabelImportOperation *download);
+    void handleFileImportDidFinish(HBFileImportOperation *operation);
     void showFileBeingImported();
     // Progress changes are announced only when the value really changes.
     template<class T> void changeProgress(T &field, const T &value, void (HBTrackManager::*changed)())
