@@ -178,7 +178,13 @@ void HBTrackSegment::recalculateAttributes()
         located.push_back(here);
     }
     const auto optionalValue = [](const std::optional<double> &v) { return v ? QVariant(*v) : QVariant(); };
-    setValueForKey(pathLength(located), QStringLiteral("distance"));
+    constexpr size_t legsMeasuredAside = 8192;
+    if (located.size() > legsMeasuredAside) {
+        m_pendingDistance = std::async(std::launch::async, [positions = std::move(located)] { return pathLength(positions); });
+    } else {
+        m_pendingDistance = {};
+        setValueForKey(pathLength(located), QStringLiteral("distance"));
+    }
     setValueForKey(QVariant::fromValue(qint64(m_pointCache.size())), QStringLiteral("numberOfTrackPoints"));
     setValueForKey(start.isValid() ? QVariant(start) : QVariant(), QStringLiteral("startDate"));
     setValueForKey(end.isValid() ? QVariant(end) : QVariant(), QStringLiteral("endDate"));
@@ -327,8 +333,23 @@ void HBTrackSegment::deleteAllPointsFromStore()
 
 // Only the save that reaches the files takes the points along: a deletion
 // saved into a parent context is carried out when the parent is saved.
+double HBTrackSegment::distance() const
+{
+    settleDistance();
+    return valueForKey(QStringLiteral("distance")).toDouble();
+}
+
+// Set from const accessors too: the attribute only catches up with the
+// statistics already worked out.
+void HBTrackSegment::settleDistance() const
+{
+    if (m_pendingDistance.valid())
+        const_cast<HBTrackSegment *>(this)->setValueForKey(m_pendingDistance.get(), QStringLiteral("distance"));
+}
+
 void HBTrackSegment::willSave()
 {
+    settleDistance();
     if (isDeleted() && !managedObjectContext()->parentContext())
         deleteAllPointsFromStore();
 }

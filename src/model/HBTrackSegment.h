@@ -7,6 +7,7 @@
 #include <QList>
 #include <QVariant>
 
+#include <future>
 #include <memory>
 #include <optional>
 
@@ -29,8 +30,10 @@ public:
     // position in the track, from 0
     std::optional<qint64> order() const;
     void setOrder(std::optional<qint64> order);
-    // metres along the located points
-    double distance() const { return valueForKey(QStringLiteral("distance")).toDouble(); }
+    // metres along the located points. A long segment's distance is
+    // measured aside after its points change: this and every save wait for
+    // it, while valueForKey("distance") gives the value before until then.
+    double distance() const;
     qint64 numberOfTrackPoints() const { return valueForKey(QStringLiteral("numberOfTrackPoints")).toLongLong(); }
     QDateTime startDate() const { return valueForKey(QStringLiteral("startDate")).toDateTime(); }
     QDateTime endDate() const { return valueForKey(QStringLiteral("endDate")).toDateTime(); }
@@ -94,4 +97,9 @@ private:
     QVariant m_objectOwner;
     mutable HBManagedObjectID m_uriStringID;
     mutable QString m_uriString;
+    // The distance of a long segment is measured on another thread while
+    // the caller goes on (an import reads the next segment meanwhile), and
+    // settled into the attribute when it is asked for and before any save.
+    void settleDistance() const;
+    mutable std::future<double> m_pendingDistance;
 };

@@ -138,6 +138,30 @@ private slots:
         });
     }
 
+    // A long segment's distance is measured aside, and nothing asks for it
+    // before the save: the saved value must still be the full one, as a
+    // fresh context reads it.
+    void longSegmentSavedAtOnceKeepsItsDistance()
+    {
+        HBManagedObjectID segmentID;
+        double expected = 0;
+        onContext([&] {
+            const QList<HBTrackPoint *> points = makePoints(30000, 1000);
+            expected = handDistance(points);
+            HBTrackSegment *segment = segmentOf(points);
+            QVERIFY(m_context->obtainPermanentIDsForObjects({segment}));
+            segmentID = segment->objectID();
+        });
+        m_manager->save();
+        std::unique_ptr<HBManagedObjectContext> fresh = m_manager->newManagedObjectContext();
+        fresh->performBlockAndWait([&] {
+            const auto *segment = static_cast<HBTrackSegment *>(fresh->existingObjectWithID(segmentID));
+            QVERIFY(segment);
+            QVERIFY(expected > 0);
+            QVERIFY(segment->distance() == expected);
+        });
+    }
+
     void segmentWithoutPositionsHasNoDistanceNorDates()
     {
         onContext([&] {
