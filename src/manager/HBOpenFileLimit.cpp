@@ -36,10 +36,10 @@ void raiseToHardLimit()
             qCWarning(hbManager).noquote() << "The open-file limit could not be raised:" << qt_error_string(errno);
     }
     if (after != before)
-        qCInfo(hbManager).noquote() << "The open-file limit was raised from" << describe(before) << "to"
+        qCDebug(hbManager).noquote() << "The open-file limit was raised from" << describe(before) << "to"
                                     << describe(after) << "descriptors.";
     else
-        qCInfo(hbManager).noquote() << "The open-file limit stays at" << describe(before) << "descriptors.";
+        qCDebug(hbManager).noquote() << "The open-file limit stays at" << describe(before) << "descriptors.";
     const quint64 room = HBOpenFileLimit::periodFilesWithin(after);
     if (after != RLIM_INFINITY && room < HBOpenFileLimit::kPeriodFilesWanted)
         qCWarning(hbManager).noquote() << "The open-file limit of" << describe(after)
