@@ -390,7 +390,9 @@ int HBGPSTool::exportFile(const QStringList &arguments)
 
     HBTrackManager *manager = HBTrackManager::sharedTrackManager();
     const HBGPSSelection::Predicates predicates = selection->predicates(manager);
-    std::unique_ptr<HBManagedObjectContext> context = manager->newPrivateQueueContext();
+    // Straight on the store files: the export only reads what is saved, and
+    // a child context would load every point twice, once in its parent.
+    std::unique_ptr<HBManagedObjectContext> context = manager->newManagedObjectContext();
     const QString path = parser.value(QStringLiteral("output"));
     bool written = false;
     HBGPXExporter exporter;
