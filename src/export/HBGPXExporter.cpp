@@ -225,13 +225,17 @@ void describePoint(Sink &out, const HBGeoPoint *point)
     out.attribute("lon"_L1, point->longitude());
     out.text("ele"_L1, point->elevation());
     out.text("time"_L1, point->date());
-    out.text("magvar"_L1, point->magneticVariation());
-    out.text("geoidheight"_L1, point->geoidHeight());
+    // the extra attributes in one look at the point's rows
+    static const QStringList extraKeys{kHBGeoPointMagneticVariationProperty, kHBGeoPointGeoidHeightProperty,
+                                       kHBGeoPointLinkProperty};
+    const QVariantList extra = point->fetchAdditionsTableValuesForKeys(extraKeys);
+    out.text("magvar"_L1, HBGeoPoint::decimalFromAdditionsValue(extra[0]));
+    out.text("geoidheight"_L1, HBGeoPoint::decimalFromAdditionsValue(extra[1]));
     out.text("name"_L1, point->name());
     out.text("cmt"_L1, point->gpsComment());
     out.text("desc"_L1, point->notes());
     out.text("src"_L1, point->sourceOfData());
-    out.text("link"_L1, point->link());
+    out.text("link"_L1, extra[2].toString());
     out.text("sym"_L1, point->symbolName());
     out.end();
 }
