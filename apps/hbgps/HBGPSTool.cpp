@@ -70,7 +70,11 @@ struct Selected
     QList<HBWaypoint *> waypoints;
 };
 
-Selected fetchSelected(HBManagedObjectContext *context, const HBGPSSelection::Predicates &predicates)
+enum class Extras { Skip, Load };
+
+// With Extras::Load the waypoints come with their extra attributes, which
+// an export reads: otherwise each would be a fetch of its own.
+Selected fetchSelected(HBManagedObjectContext *context, const HBGPSSelection::Predicates &predicates, Extras extras)
 {
     Selected selected;
     HBFetchRequest tracks(QStringLiteral("HBTrack"));
@@ -81,6 +85,8 @@ Selected fetchSelected(HBManagedObjectContext *context, const HBGPSSelection::Pr
     HBFetchRequest waypoints(QStringLiteral("HBWaypoint"));
     waypoints.setPredicate(predicates.waypoints);
     waypoints.setSortDescriptors({{QStringLiteral("date"), true}});
+    if (extras == Extras::Load)
+        waypoints.setRelationshipKeyPathsForPrefetching({QStringLiteral("additionalAttributes")});
     for (HBManagedObject *o : context->executeFetchRequest(waypoints))
         selected.waypoints.append(static_cast<HBWaypoint *>(o));
     return selected;
@@ -92,7 +98,7 @@ QList<Row> selectedRows(HBTrackManager *manager, const HBGPSSelection &selection
     std::unique_ptr<HBManagedObjectContext> context = manager->newPrivateQueueContext();
     QList<Row> rows;
     context->performBlockAndWait([&] {
-        const Selected selected = fetchSelected(context.get(), predicates);
+        const Selected selected = fetchSelected(context.get(), predicates, Extras::Skip);
         for (const HBTrack *t : selected.tracks)
             rows.append({QStringLiteral("Track"), t->name(), t->startDate(), t->endDate(), t->numberOfTrackPoints(),
                          t->distance(), sourceNameOf(t)});
@@ -390,12 +396,14 @@ int HBGPSTool::exportFile(const QStringList &arguments)
 
     HBTrackManager *manager = HBTrackManager::sharedTrackManager();
     const HBGPSSelection::Predicates predicates = selection->predicates(manager);
-    std::unique_ptr<HBManagedObjectContext> context = manager->newPrivateQueueContext();
+    // Straight on the store files: the export only reads what is saved, and
+    // a child context would load every point twice, once in its parent.
+    std::unique_ptr<HBManagedObjectContext> context = manager->newManagedObjectContext();
     const QString path = parser.value(QStringLiteral("output"));
     bool written = false;
     HBGPXExporter exporter;
     context->performBlockAndWait([&] {
-        const Selected selected = fetchSelected(context.get(), predicates);
+        const Selected selected = fetchSelected(context.get(), predicates, Extras::Load);
         exporter.tracks() = selected.tracks;
         exporter.waypoints() = selected.waypoints;
         written = exporter.exportToPath(path);

@@ -1,5 +1,6 @@
 #include "export/HBGPXExporter.h"
 
+#include "export/HBXMLWriter.h"
 #include "model/HBGeoPoint.h"
 #include "model/HBTrack.h"
 #include "model/HBTrackPoint.h"
@@ -8,28 +9,60 @@
 #include "platform/HBLogging.h"
 
 #include <QSaveFile>
-#include <QXmlStreamWriter>
+
+#include <vector>
 
 namespace {
 
-const QString kGPXNamespace = QStringLiteral("http://www.topografix.com/GPX/1/1");
-const QString kSchemaInstanceNamespace = QStringLiteral("http://www.w3.org/2001/XMLSchema-instance");
+using namespace Qt::Literals::StringLiterals;
+
+constexpr QLatin1StringView kGPXNamespace = "http://www.topografix.com/GPX/1/1"_L1;
+constexpr QLatin1StringView kSchemaInstanceNamespace = "http://www.w3.org/2001/XMLSchema-instance"_L1;
+constexpr QLatin1StringView kSchemaLocation = "http://www.topografix.com/GPX/1/1 http://www.topografix.com/GPX/1/1/gpx.xsd"_L1;
+constexpr qint64 kMSecsPerDay = 86'400'000;
+constexpr qint64 kJulianDayOfEpoch = 2'440'588;   // 1970-01-01
 
 // "%Y-%m-%dT%H:%M:%SZ" in UTC, written by hand: the locale-aware
-// formatter costs more than the rest of a track point's element.
-QString gpxTime(const QDateTime &date)
+// formatter and printf cost more than the rest of a track point's element.
+class GPXTime
 {
-    const QDateTime utc = date.toUTC();
-    const QDate day = utc.date();
-    const QTime time = utc.time();
-    return QString::asprintf("%04d-%02d-%02dT%02d:%02d:%02dZ", day.year(), day.month(), day.day(), time.hour(),
-                             time.minute(), time.second());
-}
+public:
+    explicit GPXTime(const QDateTime &date)
+    {
+        const qint64 msecs = date.toMSecsSinceEpoch();
+        const qint64 days = msecs / kMSecsPerDay - (msecs % kMSecsPerDay < 0 ? 1 : 0);
+        const qint64 secondOfDay = (msecs - days * kMSecsPerDay) / 1000;
+        const QDate day = QDate::fromJulianDay(kJulianDayOfEpoch + days);
+        if (day.year() < 0 || day.year() > 9999) {
+            // %04d of a year without four digits
+            m_long = QString::asprintf("%04d-%02d-%02dT%02d:%02d:%02dZ", day.year(), day.month(), day.day(),
+                                       int(secondOfDay / 3600), int(secondOfDay / 60 % 60), int(secondOfDay % 60))
+                         .toLatin1();
+            return;
+        }
+        char *to = m_text;
+        const auto put = [&to](int value, int digits, char after) {
+            for (int i = digits - 1; i >= 0; --i, value /= 10)
+                to[i] = char('0' + value % 10);
+            to[digits] = after;
+            to += digits + 1;
+        };
+        put(day.year(), 4, '-');
+        put(day.month(), 2, '-');
+        put(day.day(), 2, 'T');
+        put(int(secondOfDay / 3600), 2, ':');
+        put(int(secondOfDay / 60 % 60), 2, ':');
+        put(int(secondOfDay % 60), 2, 'Z');
+    }
+    QLatin1StringView text() const
+    {
+        return m_long.isEmpty() ? QLatin1StringView(m_text, sizeof m_text) : QLatin1StringView(m_long);
+    }
 
-QString decimalText(const std::optional<HBDecimal> &value)
-{
-    return value ? value->toString() : QString();
-}
+private:
+    char m_text[20] = {};
+    QByteArray m_long;
+};
 
 // The smallest and largest of one coordinate over the points; absent
 // values take no part.
@@ -48,98 +81,242 @@ struct Extent
     }
 };
 
-} // namespace
-
-HBXMLElement HBGPXExporter::xmlNodeFromGeoPoint(HBGeoPoint *point)
+struct Bounds
 {
-    const char *name = dynamic_cast<HBWaypoint *>(point) ? "wpt" : dynamic_cast<HBTrackPoint *>(point) ? "trkpt" : "rtept";
-    HBXMLElement element{QLatin1String(name)};
-    // a point without a position still gets both attributes, empty
-    element.addAttribute(QStringLiteral("lat"), decimalText(point->latitude()))
-        .addAttribute(QStringLiteral("lon"), decimalText(point->longitude()));
-    const QDateTime date = point->date();
-    element.addTextChild(QStringLiteral("ele"), decimalText(point->elevation()))
-        .addTextChild(QStringLiteral("time"), date.isValid() ? gpxTime(date) : QString())
-        .addTextChild(QStringLiteral("magvar"), decimalText(point->magneticVariation()))
-        .addTextChild(QStringLiteral("geoidheight"), decimalText(point->geoidHeight()))
-        .addTextChild(QStringLiteral("name"), point->name())
-        .addTextChild(QStringLiteral("cmt"), point->gpsComment())
-        .addTextChild(QStringLiteral("desc"), point->notes())
-        .addTextChild(QStringLiteral("src"), point->sourceOfData())
-        .addTextChild(QStringLiteral("link"), point->link())
-        .addTextChild(QStringLiteral("sym"), point->symbolName());
-    return element;
-}
-
-HBXMLElement HBGPXExporter::xmlNodeFromSegment(HBTrackSegment *segment)
-{
-    HBXMLElement element(QStringLiteral("trkseg"));
-    for (HBTrackPoint *point : segment->points())
-        element.addChild(xmlNodeFromGeoPoint(point));
-    return element;
-}
-
-HBXMLElement HBGPXExporter::xmlNodeFromTrack(HBTrack *track)
-{
-    HBXMLElement element(QStringLiteral("trk"));
-    element.addTextChild(QStringLiteral("name"), track->name()).addTextChild(QStringLiteral("desc"), track->notes());
-    for (HBTrackSegment *segment : track->segments())
-        element.addChild(xmlNodeFromSegment(segment));
-    return element;
-}
+    Extent latitude, longitude;
+};
 
 // Bounds over the waypoints and the tracks' points. The points are those
 // of each segment's point list: the segments keep no store relationship
-// to their points that could be asked instead.
-HBXMLElement HBGPXExporter::xmlNodeForBounds() const
+// to their points that could be asked instead. nullopt when no point has
+// a position.
+std::optional<Bounds> boundsOf(const QList<HBWaypoint *> &waypoints, const QList<HBTrack *> &tracks)
 {
-    Extent latitude, longitude;
+    Bounds bounds;
     const auto add = [&](const HBGeoPoint *p) {
-        latitude.add(p->latitude());
-        longitude.add(p->longitude());
+        bounds.latitude.add(p->latitude());
+        bounds.longitude.add(p->longitude());
     };
-    for (const HBWaypoint *w : m_waypoints)
+    for (const HBWaypoint *w : waypoints)
         add(w);
-    for (const HBTrack *t : m_tracks) {
+    for (const HBTrack *t : tracks) {
         for (HBTrackSegment *s : t->segments()) {
             for (const HBTrackPoint *p : s->points())
                 add(p);
         }
     }
-    if (!latitude.low || !longitude.low)
-        return {};
-    HBXMLElement bounds(QStringLiteral("bounds"));
-    bounds.addAttribute(QStringLiteral("minlat"), latitude.low->toString())
-        .addAttribute(QStringLiteral("minlon"), longitude.low->toString())
-        .addAttribute(QStringLiteral("maxlat"), latitude.high->toString())
-        .addAttribute(QStringLiteral("maxlon"), longitude.high->toString());
+    if (!bounds.latitude.low || !bounds.longitude.low)
+        return std::nullopt;
     return bounds;
 }
 
+// The document is described once (the describe... functions below) and
+// given to one of two sinks: TextSink writes it out as the file's bytes,
+// TreeSink builds the elements the building blocks return. Both take the
+// same calls: an element's text is absent (no element) for a null string,
+// an absent decimal or an invalid date.
+
+class TextSink
+{
+public:
+    explicit TextSink(HBXMLWriter &writer)
+        : m_writer(writer)
+    {
+    }
+
+    void start(QLatin1StringView name) { m_writer.writeStartElement(name); }
+    void end() { m_writer.writeEndElement(); }
+    void attribute(QLatin1StringView name, QLatin1StringView value) { m_writer.writeAttribute(name, value); }
+    // an absent value gives an empty attribute
+    void attribute(QLatin1StringView name, const std::optional<HBDecimal> &value)
+    {
+        m_writer.writeAttribute(name, decimal(value));
+    }
+    void text(QLatin1StringView name, const QString &value)
+    {
+        if (!value.isNull())
+            textElement(name, QStringView(value));
+    }
+    void text(QLatin1StringView name, const std::optional<HBDecimal> &value)
+    {
+        if (value)
+            textElement(name, decimal(value));
+    }
+    void text(QLatin1StringView name, const QDateTime &value)
+    {
+        if (value.isValid())
+            textElement(name, GPXTime(value).text());
+    }
+
+private:
+    QLatin1StringView decimal(const std::optional<HBDecimal> &value)
+    {
+        m_decimal.clear();
+        if (value)
+            value->appendLatin1(m_decimal);
+        return QLatin1StringView(m_decimal);
+    }
+    template <typename View>
+    void textElement(QLatin1StringView name, View text)
+    {
+        m_writer.writeStartElement(name);
+        // an empty text leaves an empty element, "<name/>"
+        if (!text.isEmpty())
+            m_writer.writeCharacters(text);
+        m_writer.writeEndElement();
+    }
+
+    HBXMLWriter &m_writer;
+    QByteArray m_decimal;   // reused for every number
+};
+
+class TreeSink
+{
+public:
+    void start(QLatin1StringView name) { m_open.emplace_back(QString(name)); }
+    void end()
+    {
+        HBXMLElement done = std::move(m_open.back());
+        m_open.pop_back();
+        if (m_open.empty())
+            m_done = std::move(done);
+        else
+            m_open.back().addChild(std::move(done));
+    }
+    void attribute(QLatin1StringView name, QLatin1StringView value) { m_open.back().addAttribute(name, value); }
+    void attribute(QLatin1StringView name, const std::optional<HBDecimal> &value)
+    {
+        m_open.back().addAttribute(name, value ? value->toString() : QString());
+    }
+    void text(QLatin1StringView name, const QString &value) { m_open.back().addTextChild(name, value); }
+    void text(QLatin1StringView name, const std::optional<HBDecimal> &value)
+    {
+        if (value)
+            m_open.back().addTextChild(name, value->toString());
+    }
+    void text(QLatin1StringView name, const QDateTime &value)
+    {
+        if (value.isValid())
+            m_open.back().addTextChild(name, GPXTime(value).text());
+    }
+
+    // The element that describe(sink, subject) describes.
+    template <typename Describe, typename Subject>
+    static HBXMLElement built(Describe describe, const Subject &subject)
+    {
+        TreeSink tree;
+        describe(tree, subject);
+        return std::move(tree.m_done);
+    }
+
+private:
+    std::vector<HBXMLElement> m_open;
+    HBXMLElement m_done;
+};
+
+template <class Sink>
+void describePoint(Sink &out, const HBGeoPoint *point)
+{
+    out.start(dynamic_cast<const HBWaypoint *>(point)     ? "wpt"_L1
+              : dynamic_cast<const HBTrackPoint *>(point) ? "trkpt"_L1
+                                                          : "rtept"_L1);
+    // a point without a position still gets both attributes, empty
+    out.attribute("lat"_L1, point->latitude());
+    out.attribute("lon"_L1, point->longitude());
+    out.text("ele"_L1, point->elevation());
+    out.text("time"_L1, point->date());
+    // the extra attributes in one look at the point's rows
+    static const QStringList extraKeys{kHBGeoPointMagneticVariationProperty, kHBGeoPointGeoidHeightProperty,
+                                       kHBGeoPointLinkProperty};
+    const QVariantList extra = point->fetchAdditionsTableValuesForKeys(extraKeys);
+    out.text("magvar"_L1, HBGeoPoint::decimalFromAdditionsValue(extra[0]));
+    out.text("geoidheight"_L1, HBGeoPoint::decimalFromAdditionsValue(extra[1]));
+    out.text("name"_L1, point->name());
+    out.text("cmt"_L1, point->gpsComment());
+    out.text("desc"_L1, point->notes());
+    out.text("src"_L1, point->sourceOfData());
+    out.text("link"_L1, extra[2].toString());
+    out.text("sym"_L1, point->symbolName());
+    out.end();
+}
+
+template <class Sink>
+void describeSegment(Sink &out, HBTrackSegment *segment)
+{
+    out.start("trkseg"_L1);
+    for (const HBTrackPoint *point : segment->points())
+        describePoint(out, point);
+    out.end();
+}
+
+template <class Sink>
+void describeTrack(Sink &out, HBTrack *track)
+{
+    out.start("trk"_L1);
+    out.text("name"_L1, track->name());
+    out.text("desc"_L1, track->notes());
+    for (HBTrackSegment *segment : track->segments())
+        describeSegment(out, segment);
+    out.end();
+}
+
+template <class Sink>
+void describeBounds(Sink &out, const Bounds &bounds)
+{
+    out.start("bounds"_L1);
+    out.attribute("minlat"_L1, bounds.latitude.low);
+    out.attribute("minlon"_L1, bounds.longitude.low);
+    out.attribute("maxlat"_L1, bounds.latitude.high);
+    out.attribute("maxlon"_L1, bounds.longitude.high);
+    out.end();
+}
+
+} // namespace
+
+HBXMLElement HBGPXExporter::xmlNodeFromGeoPoint(HBGeoPoint *point)
+{
+    return TreeSink::built(describePoint<TreeSink>, point);
+}
+
+HBXMLElement HBGPXExporter::xmlNodeFromSegment(HBTrackSegment *segment)
+{
+    return TreeSink::built(describeSegment<TreeSink>, segment);
+}
+
+HBXMLElement HBGPXExporter::xmlNodeFromTrack(HBTrack *track)
+{
+    return TreeSink::built(describeTrack<TreeSink>, track);
+}
+
+HBXMLElement HBGPXExporter::xmlNodeForBounds() const
+{
+    const std::optional<Bounds> bounds = boundsOf(m_waypoints, m_tracks);
+    return bounds ? TreeSink::built(describeBounds<TreeSink>, *bounds) : HBXMLElement();
+}
+
+// Written straight as text rather than built as elements first: a
+// document of a million points would hold a dozen elements per point.
 QByteArray HBGPXExporter::serialise() const
 {
-    HBXMLElement root(QStringLiteral("gpx"));
-    root.addAttribute(QStringLiteral("xmlns:xsi"), kSchemaInstanceNamespace)
-        .addAttribute(QStringLiteral("xmlns"), kGPXNamespace)
-        .addAttribute(QStringLiteral("xsi:schemaLocation"), kGPXNamespace + u' ' + kGPXNamespace + QStringLiteral("/gpx.xsd"))
-        .addAttribute(QStringLiteral("version"), QStringLiteral("1.1"))
-        .addAttribute(QStringLiteral("creator"), QStringLiteral("Fernwick"));
-    HBXMLElement metadata(QStringLiteral("metadata"));
-    metadata.addTextChild(QStringLiteral("time"), gpxTime(QDateTime::currentDateTimeUtc()));
-    if (const HBXMLElement bounds = xmlNodeForBounds(); !bounds.isNull())
-        metadata.addChild(bounds);
-    root.addChild(metadata);
-    for (HBWaypoint *w : m_waypoints)
-        root.addChild(xmlNodeFromGeoPoint(w));
-    for (HBTrack *t : m_tracks)
-        root.addChild(xmlNodeFromTrack(t));
-
     QByteArray bytes;
-    QXmlStreamWriter writer(&bytes);
-    writer.setAutoFormatting(true);
-    writer.setAutoFormattingIndent(2);
-    writer.writeStartDocument(QStringLiteral("1.0"));
-    root.write(writer);
+    HBXMLWriter writer(&bytes);
+    TextSink out(writer);
+    writer.writeStartDocument();
+    out.start("gpx"_L1);
+    out.attribute("xmlns:xsi"_L1, kSchemaInstanceNamespace);
+    out.attribute("xmlns"_L1, kGPXNamespace);
+    out.attribute("xsi:schemaLocation"_L1, kSchemaLocation);
+    out.attribute("version"_L1, "1.1"_L1);
+    out.attribute("creator"_L1, "Fernwick"_L1);
+    out.start("metadata"_L1);
+    out.text("time"_L1, QDateTime::currentDateTimeUtc());
+    if (const std::optional<Bounds> bounds = boundsOf(m_waypoints, m_tracks))
+        describeBounds(out, *bounds);
+    out.end();
+    for (const HBWaypoint *w : m_waypoints)
+        describePoint(out, w);
+    for (HBTrack *t : m_tracks)
+        describeTrack(out, t);
     writer.writeEndDocument();
     return bytes;
 }

@@ -28,10 +28,12 @@ public:
     // Builds the document and writes it in one piece: the target is
     // replaced only by a complete file. false when the write fails.
     bool exportToPath(const QString &path);
-    // The document of the last export.
+    // The document of the last export, kept as the bytes written: an
+    // element tree of a million points would take several times the memory.
     QByteArray xmlDocument() const { return m_xmlDocument; }
     QString errorString() const { return m_errorString; }
 
+    // The building blocks: the elements exportToPath writes, as trees.
     static HBXMLElement xmlNodeFromGeoPoint(HBGeoPoint *point);
     static HBXMLElement xmlNodeFromSegment(HBTrackSegment *segment);
     static HBXMLElement xmlNodeFromTrack(HBTrack *track);

@@ -1,7 +1,5 @@
 #include "export/HBXMLElement.h"
 
-#include <QXmlStreamWriter>
-
 HBXMLElement::HBXMLElement(QString name, QString text)
     : m_name(std::move(name))
     , m_text(std::move(text))
@@ -14,9 +12,9 @@ HBXMLElement &HBXMLElement::addAttribute(const QString &name, const QString &val
     return *this;
 }
 
-HBXMLElement &HBXMLElement::addChild(const HBXMLElement &child)
+HBXMLElement &HBXMLElement::addChild(HBXMLElement child)
 {
-    m_children.append(child);
+    m_children.append(std::move(child));
     return *this;
 }
 
@@ -25,16 +23,4 @@ HBXMLElement &HBXMLElement::addTextChild(const QString &name, const QString &tex
     if (!text.isNull())
         m_children.append(HBXMLElement(name, text));
     return *this;
-}
-
-void HBXMLElement::write(QXmlStreamWriter &writer) const
-{
-    writer.writeStartElement(m_name);
-    for (const auto &[name, value] : m_attributes)
-        writer.writeAttribute(name, value);
-    if (!m_text.isEmpty())
-        writer.writeCharacters(m_text);
-    for (const HBXMLElement &child : m_children)
-        child.write(writer);
-    writer.writeEndElement();
 }

@@ -5,8 +5,6 @@
 
 #include <utility>
 
-class QXmlStreamWriter;
-
 // One element of an XML document being built: name, attributes in the
 // order they were added, text, and child elements in order.
 class HBXMLElement
@@ -23,11 +21,9 @@ public:
 
     void setText(const QString &text) { m_text = text; }
     HBXMLElement &addAttribute(const QString &name, const QString &value);
-    HBXMLElement &addChild(const HBXMLElement &child);
+    HBXMLElement &addChild(HBXMLElement child);
     // A child with text, only when the text is not null.
     HBXMLElement &addTextChild(const QString &name, const QString &text);
-
-    void write(QXmlStreamWriter &writer) const;
 
 private:
     QString m_name;

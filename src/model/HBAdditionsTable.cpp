@@ -28,13 +28,8 @@ HBManagedObject *HBAdditionsTable::firstRow(const HBManagedObject *owner, const 
     HBManagedObjectContext *context = owner->managedObjectContext();
     if (!context)
         return nullptr;
-    if (const std::optional<QList<HBManagedObject *>> rows = loadedRows(owner)) {
-        for (HBManagedObject *row : *rows) {
-            if (!row->isDeleted() && row->valueForKey(QStringLiteral("key")).toString() == key)
-                return row;
-        }
-        return nullptr;
-    }
+    if (const std::optional<QList<HBManagedObject *>> rows = loadedRows(owner))
+        return firstLoadedRow(*rows, key);
     HBFetchRequest request(m_entityName);
     request.setPredicate(HBPredicate::format(m_ownerKey + QStringLiteral(" == %@ AND key == %@"),
                                              {QVariant::fromValue(const_cast<HBManagedObject *>(owner)), key}));
@@ -42,10 +37,36 @@ HBManagedObject *HBAdditionsTable::firstRow(const HBManagedObject *owner, const 
     return rows.isEmpty() ? nullptr : rows.first();
 }
 
+HBManagedObject *HBAdditionsTable::firstLoadedRow(const QList<HBManagedObject *> &rows, const QString &key)
+{
+    for (HBManagedObject *row : rows) {
+        if (!row->isDeleted() && row->valueForKey(QStringLiteral("key")).toString() == key)
+            return row;
+    }
+    return nullptr;
+}
+
 QVariant HBAdditionsTable::value(const HBManagedObject *owner, const QString &key) const
 {
     const HBManagedObject *row = firstRow(owner, key);
     return row ? row->valueForKey(QStringLiteral("value")) : QVariant();
+}
+
+QVariantList HBAdditionsTable::values(const HBManagedObject *owner, const QStringList &keys) const
+{
+    QVariantList found;
+    found.reserve(keys.size());
+    const std::optional<QList<HBManagedObject *>> rows =
+        owner->managedObjectContext() ? loadedRows(owner) : std::nullopt;
+    for (const QString &key : keys) {
+        if (!rows) {
+            found.append(value(owner, key));
+        } else {
+            const HBManagedObject *row = firstLoadedRow(*rows, key);
+            found.append(row ? row->valueForKey(QStringLiteral("value")) : QVariant());
+        }
+    }
+    return found;
 }
 
 void HBAdditionsTable::setValue(HBManagedObject *owner, const QVariant &value, const QString &key, NewRow newRow) const

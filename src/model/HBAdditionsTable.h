@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 #include <optional>
@@ -26,6 +27,9 @@ public:
     // The value of the first row of the owner with the key, or an invalid
     // value. A failed fetch counts as no row.
     QVariant value(const HBManagedObject *owner, const QString &key) const;
+    // value() of each key, in their order: with the owner's rows loaded
+    // ahead they are looked up once for all the keys.
+    QVariantList values(const HBManagedObject *owner, const QStringList &keys) const;
     // Overwrites the first such row (even with an invalid value), else
     // inserts a row.
     void setValue(HBManagedObject *owner, const QVariant &value, const QString &key, NewRow newRow) const;
@@ -33,6 +37,7 @@ public:
 private:
     std::optional<QList<HBManagedObject *>> loadedRows(const HBManagedObject *owner) const;
     HBManagedObject *firstRow(const HBManagedObject *owner, const QString &key) const;
+    static HBManagedObject *firstLoadedRow(const QList<HBManagedObject *> &rows, const QString &key);
 
     QString m_entityName;
     QString m_ownerKey;

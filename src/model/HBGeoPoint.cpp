@@ -194,6 +194,16 @@ void HBGeoPoint::setAdditionsTableValue(const QVariant &value, const QString &ke
     additions().setValue(this, value, key, HBAdditionsTable::NewRow::Linked);
 }
 
+QVariantList HBGeoPoint::fetchAdditionsTableValuesForKeys(const QStringList &keys) const
+{
+    return additions().values(this, keys);
+}
+
+std::optional<HBDecimal> HBGeoPoint::decimalFromAdditionsValue(const QVariant &value)
+{
+    return asDecimal(value);
+}
+
 std::optional<HBDecimal> HBGeoPoint::additionsDecimal(const QString &key) const
 {
     return asDecimal(fetchAdditionsTableValueForKey(key));

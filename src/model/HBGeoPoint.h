@@ -6,6 +6,7 @@
 #include <QDateTime>
 #include <QPointF>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 #include <optional>
@@ -136,6 +137,11 @@ public:
     // invalid value. Writing keeps one row per key: the first row found is
     // overwritten (even with an absent value), else a row is made.
     QVariant fetchAdditionsTableValueForKey(const QString &key) const;
+    // The same for several keys, in their order: a reader of many extra
+    // attributes of many points (an export) looks at each point's rows once.
+    QVariantList fetchAdditionsTableValuesForKeys(const QStringList &keys) const;
+    // An extra attribute's value as the decimal getters give it.
+    static std::optional<HBDecimal> decimalFromAdditionsValue(const QVariant &value);
     void setAdditionsTableValue(const QVariant &value, const QString &key);
 
     void awakeFromInsert() override;

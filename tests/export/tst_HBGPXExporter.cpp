@@ -49,6 +49,18 @@ class tst_HBGPXExporter : public QObject
         return reader.hasError() ? HBXMLElement() : root;
     }
 
+    // An element with everything in it as one line of text, for comparing
+    // whole elements.
+    static QString flat(const HBXMLElement &e)
+    {
+        QStringList parts;
+        for (const auto &[name, value] : e.attributes())
+            parts << name + u'=' + value;
+        for (const HBXMLElement &c : e.children())
+            parts << flat(c);
+        return e.name() + u'[' + e.text() + u']' + u'(' + parts.join(u',') + u')';
+    }
+
     static QStringList childNames(const HBXMLElement &e)
     {
         QStringList names;
@@ -170,6 +182,40 @@ private slots:
         }
     }
 
+    // Times are formatted by hand; each row is a place where the digits or
+    // the day could come out wrong.
+    void timesAreWrittenInUTC_data()
+    {
+        QTest::addColumn<QDateTime>("date");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("east of UTC") << QDateTime(QDate(2024, 7, 1), QTime(14, 0), QTimeZone(7200))
+                                     << QStringLiteral("2024-07-01T12:00:00Z");
+        QTest::newRow("west of UTC, next day") << QDateTime(QDate(2023, 12, 31), QTime(22, 30, 5), QTimeZone(-5 * 3600))
+                                               << QStringLiteral("2024-01-01T03:30:05Z");
+        QTest::newRow("leap day, last second") << QDateTime(QDate(2020, 2, 29), QTime(23, 59, 59, 999), QTimeZone::utc())
+                                               << QStringLiteral("2020-02-29T23:59:59Z");
+        QTest::newRow("before 1970") << QDateTime(QDate(1969, 12, 31), QTime(23, 59, 59, 500), QTimeZone::utc())
+                                     << QStringLiteral("1969-12-31T23:59:59Z");
+        QTest::newRow("three-digit year") << QDateTime(QDate(999, 1, 5), QTime(7, 8, 9), QTimeZone::utc())
+                                          << QStringLiteral("0999-01-05T07:08:09Z");
+        QTest::newRow("the epoch") << QDateTime(QDate(1970, 1, 1), QTime(0, 0), QTimeZone::utc())
+                                   << QStringLiteral("1970-01-01T00:00:00Z");
+    }
+
+    void timesAreWrittenInUTC()
+    {
+        QFETCH(QDateTime, date);
+        QFETCH(QString, text);
+        const HBXMLElement gpx = parse(exportWith([&](HBGPXExporter &exporter) {
+            HBWaypoint *w = waypoint("1", "2");
+            w->setDate(date);
+            exporter.waypoints().append(w);
+        }));
+        const HBXMLElement wpt = gpx.children().at(1);
+        QCOMPARE(childNames(wpt), QStringList{QStringLiteral("time")});
+        QCOMPARE(wpt.children().first().text(), text);
+    }
+
     void tracksSegmentsBoundsAndNoRoutes()
     {
         const QByteArray written = exportWith([&](HBGPXExporter &exporter) {
@@ -207,6 +253,45 @@ private slots:
                  (QList<std::pair<QString, QString>>{{QStringLiteral("lat"), QString()}, {QStringLiteral("lon"), QString()}}));
         QVERIFY(bare.children().at(1).children().isEmpty());
         QCOMPARE(childNames(gpx.children().at(3)), (QStringList{QStringLiteral("name"), QStringLiteral("desc")}));
+    }
+
+    // The building blocks and the written file are made from one
+    // description; they must not drift apart.
+    void buildingBlocksMatchTheFile()
+    {
+        HBXMLElement pointBlock, trackBlock, boundsBlock;
+        const HBXMLElement gpx = parse(exportWith([&](HBGPXExporter &exporter) {
+            HBWaypoint *w = waypoint("47.421100", "-10.5", QStringLiteral(""));   // an empty name stays an element
+            w->setElevation(HBDecimal::fromString(u"-0.50"));
+            w->setDate(QDateTime(QDate(2021, 3, 4), QTime(5, 6, 7), QTimeZone::utc()));
+            w->setMagneticVariation(HBDecimal::fromString(u"3.1"));
+            w->setGeoidHeight(HBDecimal::fromString(u"47.0"));
+            w->setGpsComment(QStringLiteral("a < b & \"c\""));
+            w->setNotes(QStringLiteral("M\u00fcller \u5317\u4eac"));
+            w->setSourceOfData(QStringLiteral("receiver"));
+            w->setLink(QStringLiteral("https://example.org/?a=1&b=2"));
+            w->setSymbolName(QStringLiteral("Summit"));
+            auto *track = m_context->insertNewObject<HBTrack>(QStringLiteral("HBTrack"));
+            auto *segment = m_context->insertNewObject<HBTrackSegment>(QStringLiteral("HBTrackSegment"));
+            HBTrackPoint *p = trackPoint("46.000001", "7.5");
+            p->setElevation(HBDecimal::fromString(u"1000"));
+            segment->setPoints({p, m_context->insertNewObject<HBTrackPoint>(QStringLiteral("HBTrackPoint"))});
+            track->setName(QStringLiteral("Ride"));
+            track->setSegments({segment, m_context->insertNewObject<HBTrackSegment>(QStringLiteral("HBTrackSegment"))});
+            exporter.waypoints() << w;
+            exporter.tracks() << track;
+            pointBlock = HBGPXExporter::xmlNodeFromGeoPoint(w);
+            trackBlock = HBGPXExporter::xmlNodeFromTrack(track);
+            boundsBlock = exporter.xmlNodeForBounds();
+        }));
+        QCOMPARE(flat(pointBlock), flat(gpx.children().at(1)));
+        QCOMPARE(flat(trackBlock), flat(gpx.children().at(2)));
+        QCOMPARE(flat(boundsBlock), flat(gpx.children().first().children().at(1)));
+        QCOMPARE(flat(boundsBlock), QStringLiteral("bounds[](minlat=46.000001,minlon=-10.5,maxlat=47.421100,maxlon=7.5)"));
+        QCOMPARE(childNames(pointBlock), (QStringList{QStringLiteral("ele"), QStringLiteral("time"), QStringLiteral("magvar"),
+                                                      QStringLiteral("geoidheight"), QStringLiteral("name"), QStringLiteral("cmt"),
+                                                      QStringLiteral("desc"), QStringLiteral("src"), QStringLiteral("link"),
+                                                      QStringLiteral("sym")}));
     }
 
     void writtenFilesValidateAgainstTheSchema()

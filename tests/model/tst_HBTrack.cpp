@@ -252,6 +252,12 @@ private slots:
             points[1]->setGeoidHeight(HBDecimal::fromString(QStringLiteral("47.25")));
             points[1]->setLink(QStringLiteral("https://example.org/one"));
             points[3]->setMagneticVariation(HBDecimal::fromString(QStringLiteral("-2.50")));
+            // before any loading, each key is asked on its own
+            const QVariantList unsaved = points[1]->fetchAdditionsTableValuesForKeys(
+                {kHBGeoPointMagneticVariationProperty, kHBGeoPointLinkProperty});
+            QCOMPARE(unsaved.size(), 2);
+            QVERIFY(!unsaved[0].isValid());
+            QCOMPARE(unsaved[1].toString(), QStringLiteral("https://example.org/one"));
             HBTrackSegment *segment = segmentOf(points);
             QVERIFY(m_context->obtainPermanentIDsForObjects({segment}));
             segmentID = segment->objectID();
@@ -270,10 +276,21 @@ private slots:
             QCOMPARE(points[3]->magneticVariation()->toString(), QStringLiteral("-2.50"));
             QVERIFY(!points[0]->geoidHeight());
             QVERIFY(points[2]->link().isNull());
+            const QStringList keys{kHBGeoPointLinkProperty, kHBGeoPointMagneticVariationProperty, kHBGeoPointGeoidHeightProperty};
+            const QVariantList extraOf1 = points[1]->fetchAdditionsTableValuesForKeys(keys);
+            QCOMPARE(extraOf1.size(), 3);
+            QCOMPARE(extraOf1[0].toString(), QStringLiteral("https://example.org/one"));
+            QVERIFY(!extraOf1[1].isValid());
+            QCOMPARE(HBGeoPoint::decimalFromAdditionsValue(extraOf1[2])->toString(), QStringLiteral("47.25"));
             points[0]->setGeoidHeight(HBDecimal::fromString(QStringLiteral("12.0")));
             points[1]->setGeoidHeight(HBDecimal::fromString(QStringLiteral("48")));
             QCOMPARE(points[0]->geoidHeight()->toString(), QStringLiteral("12.0"));
             QCOMPARE(points[1]->geoidHeight()->toString(), QStringLiteral("48"));
+            // several keys at once see the values written since loading, too
+            QCOMPARE(HBGeoPoint::decimalFromAdditionsValue(points[0]->fetchAdditionsTableValuesForKeys(keys)[2])->toString(),
+                     QStringLiteral("12.0"));
+            QCOMPARE(HBGeoPoint::decimalFromAdditionsValue(points[1]->fetchAdditionsTableValuesForKeys(keys)[2])->toString(),
+                     QStringLiteral("48"));
         });
     }
 

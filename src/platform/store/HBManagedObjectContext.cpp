@@ -92,8 +92,28 @@ void sortObjects(QList<HBManagedObject *> &objects, const QList<HBSortDescriptor
             values.append(object->valueForKeyPath(s.key));
         keyed.push_back({object, std::move(values)});
     }
-    std::stable_sort(keyed.begin(), keyed.end(),
-                     [&sort](const Keyed &a, const Keyed &b) { return sortsBefore(a.values, b.values, sort); });
+    const auto before = [&sort](const Keyed &a, const Keyed &b) { return sortsBefore(a.values, b.values, sort); };
+    // A merge sort over the runs already in order: each store file gives
+    // its rows sorted, so a fetch over several files is a few long runs
+    // and costs a few merges instead of a full sort. Merging only adjacent
+    // runs, left before right on ties, keeps it stable.
+    std::vector<size_t> bounds{0};   // where each run starts, then the end
+    for (size_t i = 1; i < keyed.size(); ++i) {
+        if (before(keyed[i], keyed[i - 1]))
+            bounds.push_back(i);
+    }
+    bounds.push_back(keyed.size());
+    while (bounds.size() > 2) {
+        std::vector<size_t> merged;
+        size_t r = 0;
+        for (; r + 2 < bounds.size(); r += 2) {
+            std::inplace_merge(keyed.begin() + qsizetype(bounds[r]), keyed.begin() + qsizetype(bounds[r + 1]),
+                               keyed.begin() + qsizetype(bounds[r + 2]), before);
+            merged.push_back(bounds[r]);
+        }
+        merged.insert(merged.end(), bounds.begin() + qsizetype(r), bounds.end());
+        bounds = std::move(merged);
+    }
     for (size_t i = 0; i < keyed.size(); ++i)
         objects[qsizetype(i)] = keyed[i].object;
 }

@@ -35,6 +35,55 @@ class tst_HBManagedObjectContext : public QObject
     }
 
 private slots:
+    // Each file gives its rows sorted; the fetch merges the files' runs,
+    // and must come out in order however the runs interleave.
+    void sortedFetchOverSeveralFiles_data()
+    {
+        QTest::addColumn<QList<QList<int>>>("ordersByFile");
+        QTest::addColumn<bool>("ascending");
+        QTest::newRow("runs interleave") << QList<QList<int>>{{0, 3, 6}, {1, 4, 7}, {2, 5, 8}} << true;
+        QTest::newRow("later file holds earlier points") << QList<QList<int>>{{5, 6, 7}, {0, 1}, {2, 3, 4}} << true;
+        QTest::newRow("descending") << QList<QList<int>>{{5, 6, 7}, {0, 1}, {2, 3, 4}} << false;
+        QTest::newRow("one file, one empty") << QList<QList<int>>{{9, 2, 4, 1}, {}, {}} << true;
+        QTest::newRow("files in order already") << QList<QList<int>>{{0, 1}, {2, 3}, {4}} << true;
+    }
+
+    void sortedFetchOverSeveralFiles()
+    {
+        QFETCH(QList<QList<int>>, ordersByFile);
+        QFETCH(bool, ascending);
+        StoreFixture f;
+        QVERIFY(f.open());
+        HBError error;
+        QList<HBPersistentStore *> files{f.points};
+        for (const QString &name : {QStringLiteral("2.sql"), QStringLiteral("3.sql")})
+            files << f.coordinator->addPersistentStore(QStringLiteral("PointOnly"), f.dir.filePath(name), &error);
+        QVERIFY(!files.contains(nullptr));
+        QList<int> expected;
+        auto root = f.newRootContext();
+        root->performBlockAndWait([&] {
+            for (qsizetype i = 0; i < ordersByFile.size(); ++i) {
+                for (int order : ordersByFile[i]) {
+                    root->assignObject(insert(*root, "HBTrackPoint", {{"order", order}}), files[i]);
+                    expected << order;
+                }
+            }
+            QVERIFY(root->save(&error));
+        });
+        std::sort(expected.begin(), expected.end());
+        if (!ascending)
+            std::reverse(expected.begin(), expected.end());
+        auto fresh = f.newRootContext();
+        QList<int> fetched;
+        fresh->performBlockAndWait([&] {
+            HBFetchRequest r(QStringLiteral("HBTrackPoint"));
+            r.setSortDescriptors({{QStringLiteral("order"), ascending}});
+            for (const HBManagedObject *o : fresh->executeFetchRequest(r))
+                fetched << o->valueForKey(QStringLiteral("order")).toInt();
+        });
+        QCOMPARE(fetched, expected);
+    }
+
     void childThenRootSaveSurvivesReopening()
     {
         StoreFixture f;
