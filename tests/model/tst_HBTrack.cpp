@@ -76,6 +76,26 @@ class tst_HBTrack : public QObject
 
     void onContext(const std::function<void()> &block) { m_context->performBlockAndWait(block); }
 
+    // The segment of the points, with the ID it will be saved under.
+    HBManagedObjectID permanentSegmentOf(const QList<HBTrackPoint *> &points)
+    {
+        HBTrackSegment *segment = segmentOf(points);
+        return m_context->obtainPermanentIDsForObjects({segment}) ? segment->objectID() : HBManagedObjectID();
+    }
+
+    // Saves, then hands the segment as a fresh context reads it back.
+    void afterSaving(const HBManagedObjectID &segmentID, const std::function<void(HBTrackSegment *)> &check)
+    {
+        QVERIFY(!segmentID.isNull());
+        m_manager->save();
+        std::unique_ptr<HBManagedObjectContext> fresh = m_manager->newManagedObjectContext();
+        fresh->performBlockAndWait([&] {
+            auto *segment = static_cast<HBTrackSegment *>(fresh->existingObjectWithID(segmentID));
+            QVERIFY(segment);
+            check(segment);
+        });
+    }
+
 private slots:
     void initTestCase()
     {
@@ -148,15 +168,9 @@ private slots:
         onContext([&] {
             const QList<HBTrackPoint *> points = makePoints(30000, 1000);
             expected = handDistance(points);
-            HBTrackSegment *segment = segmentOf(points);
-            QVERIFY(m_context->obtainPermanentIDsForObjects({segment}));
-            segmentID = segment->objectID();
+            segmentID = permanentSegmentOf(points);
         });
-        m_manager->save();
-        std::unique_ptr<HBManagedObjectContext> fresh = m_manager->newManagedObjectContext();
-        fresh->performBlockAndWait([&] {
-            const auto *segment = static_cast<HBTrackSegment *>(fresh->existingObjectWithID(segmentID));
-            QVERIFY(segment);
+        afterSaving(segmentID, [&](const HBTrackSegment *segment) {
             QVERIFY(expected > 0);
             QVERIFY(segment->distance() == expected);
         });
@@ -258,16 +272,9 @@ private slots:
             QCOMPARE(unsaved.size(), 2);
             QVERIFY(!unsaved[0].isValid());
             QCOMPARE(unsaved[1].toString(), QStringLiteral("https://example.org/one"));
-            HBTrackSegment *segment = segmentOf(points);
-            QVERIFY(m_context->obtainPermanentIDsForObjects({segment}));
-            segmentID = segment->objectID();
+            segmentID = permanentSegmentOf(points);
         });
-        m_manager->save();
-
-        std::unique_ptr<HBManagedObjectContext> fresh = m_manager->newManagedObjectContext();
-        fresh->performBlockAndWait([&] {
-            auto *segment = static_cast<HBTrackSegment *>(fresh->existingObjectWithID(segmentID));
-            QVERIFY(segment);
+        afterSaving(segmentID, [&](HBTrackSegment *segment) {
             const QList<HBTrackPoint *> points = segment->points();
             QCOMPARE(points.size(), 4);
             QCOMPARE(points[1]->geoidHeight()->toString(), QStringLiteral("47.25"));
@@ -300,18 +307,11 @@ private slots:
         QList<HBManagedObjectID> pointIDs;
         onContext([&] {
             const QList<HBTrackPoint *> points = makePoints(5, 200);
-            HBTrackSegment *segment = segmentOf(points);
-            QVERIFY(m_context->obtainPermanentIDsForObjects({segment}));
-            segmentID = segment->objectID();
+            segmentID = permanentSegmentOf(points);
             for (const HBTrackPoint *p : points)
                 pointIDs.append(p->objectID());
         });
-        m_manager->save();
-
-        std::unique_ptr<HBManagedObjectContext> fresh = m_manager->newManagedObjectContext();
-        fresh->performBlockAndWait([&] {
-            auto *segment = static_cast<HBTrackSegment *>(fresh->existingObjectWithID(segmentID));
-            QVERIFY(segment);
+        afterSaving(segmentID, [&](HBTrackSegment *segment) {
             QCOMPARE(segment->countOfPoints(), 5);
             QVERIFY(!segment->pointsAreLoaded());
             QTest::ignoreMessage(QtWarningMsg, "Invalid index for fetchPointAtIndex. Requested index: 5 of total: 5");
