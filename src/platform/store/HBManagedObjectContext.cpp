@@ -3,6 +3,7 @@
 #include "platform/HBConcurrentFor.h"
 #include "platform/HBLogging.h"
 #include "platform/HBMainThread.h"
+#include "platform/store/HBDeferredDeletion.h"
 #include "platform/store/HBEntityDescription.h"
 #include "platform/store/HBManagedObject.h"
 #include "platform/store/HBManagedObjectContext_p.h"
@@ -1044,7 +1045,6 @@ void HBManagedObjectContext::reset()
         if (d->registered.value(o->m_objectID) != o)
             all.push_back(o);
     }
-    qDeleteAll(all);
     d->registered.clear();
     d->permanentIDForTemporary.clear();
     d->insertedOrder.clear();
@@ -1054,4 +1054,8 @@ void HBManagedObjectContext::reset()
     d->updatedByRoot.clear();
     d->graveyard.clear();
     d->toManyCache.clear();
+    if (all.size() >= HBDeferredDeletion::worthAThread)
+        HBDeferredDeletion::deleteObjects(std::move(all));
+    else
+        qDeleteAll(all);
 }
