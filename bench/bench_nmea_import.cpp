@@ -4,6 +4,8 @@
 //
 //   bench_nmea_import FILE        such as tracks.nmea from generate_tracks.py
 
+#include "TemporaryHome.h"
+
 #include "import/HBNMEAImportOperation.h"
 #include "manager/HBTrackManager.h"
 #include "model/HBTrack.h"
@@ -49,8 +51,7 @@ int main(int argc, char **argv)
         return 2;
     }
     QTemporaryDir home;
-    for (const char *variable : {"XDG_DATA_HOME", "XDG_CACHE_HOME", "XDG_CONFIG_HOME"})
-        qputenv(variable, QFile::encodeName(home.path()));
+    useTemporaryHome(home);
     HBTrackManager::sharedTrackManager();
     HBTrackManager::sharedBackgroundThreadTrackManager()->managedObjectContext();
 

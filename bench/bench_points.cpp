@@ -5,6 +5,8 @@
 //
 //   bench_points [POINTS]        default 1000000; data goes to a fresh temporary home
 
+#include "TemporaryHome.h"
+
 #include "manager/HBTrackManager.h"
 #include "model/HBTrackPoint.h"
 #include "platform/store/HBManagedObjectContext.h"
@@ -134,8 +136,7 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     const qint64 count = argc > 1 ? QByteArray(argv[1]).toLongLong() : 1000000;
     QTemporaryDir home;
-    qputenv("XDG_DATA_HOME", QFile::encodeName(home.filePath(QStringLiteral("data"))));
-    qputenv("XDG_CACHE_HOME", QFile::encodeName(home.filePath(QStringLiteral("cache"))));
+    useTemporaryHome(home);
 
     // The plain loop is quick and swings with the disk's mood: the median of three runs.
     std::vector<double> rawRuns;

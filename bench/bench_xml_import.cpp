@@ -6,6 +6,8 @@
 //
 //   bench_xml_import FILE        make FILE with generate_tracks.py
 
+#include "TemporaryHome.h"
+
 #include "import/HBGPXFileImportOperation.h"
 #include "import/HBTCXFileImportOperation.h"
 #include "manager/HBTrackManager.h"
@@ -64,9 +66,7 @@ int main(int argc, char **argv)
         return 2;
     }
     QTemporaryDir home;
-    qputenv("XDG_DATA_HOME", QFile::encodeName(home.filePath(QStringLiteral("data"))));
-    qputenv("XDG_CACHE_HOME", QFile::encodeName(home.filePath(QStringLiteral("cache"))));
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(QStringLiteral("config"))));
+    useTemporaryHome(home);
     // the stores are opened before the clock starts, as in a running program
     HBTrackManager::sharedTrackManager();
     HBTrackManager::sharedBackgroundThreadTrackManager()->persistentStoreCoordinator();

@@ -1,3 +1,5 @@
+#include "TemporaryHome.h"
+
 #include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -22,11 +24,7 @@ class tst_hbgps : public QObject
     Run hbgps(const QStringList &arguments) const
     {
         QProcess p;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_DATA_HOME"), m_home.filePath(QStringLiteral("data")));
-        env.insert(QStringLiteral("XDG_CACHE_HOME"), m_home.filePath(QStringLiteral("cache")));
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_home.filePath(QStringLiteral("config")));
-        p.setProcessEnvironment(env);
+        p.setProcessEnvironment(temporaryHomeEnvironment(m_home.path()));
         p.start(QStringLiteral(HB_HBGPS_PATH), arguments);
         Run run;
         if (p.waitForFinished(120000) && p.exitStatus() == QProcess::NormalExit)

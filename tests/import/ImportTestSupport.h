@@ -270,11 +270,7 @@ struct ProbeRun
 inline ProbeRun runProbe(const QString &home, const QStringList &arguments)
 {
     QProcess probe;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("XDG_DATA_HOME"), home + QStringLiteral("/data"));
-    env.insert(QStringLiteral("XDG_CACHE_HOME"), home + QStringLiteral("/cache"));
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
-    probe.setProcessEnvironment(env);
+    probe.setProcessEnvironment(temporaryHomeEnvironment(home));
     probe.setProgram(QStringLiteral(HB_IMPORT_PROBE_PATH));
     probe.setArguments(arguments);
     probe.setProcessChannelMode(QProcess::ForwardedErrorChannel);

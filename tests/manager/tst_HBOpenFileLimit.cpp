@@ -44,7 +44,7 @@ class tst_HBOpenFileLimit : public QObject
         QStringList arguments{QStringLiteral("nofile"), QString::number(soft), QString::number(hard), QStringLiteral("insert")};
         for (int i = 0; i < kPeriods; ++i)
             arguments.append(pointName(i));
-        QProcessEnvironment environment = probeEnvironment(m_home.path());
+        QProcessEnvironment environment = temporaryHomeEnvironment(m_home.path());
         // what the limit was and became is a debug line: a program's every start would show it
         environment.insert(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("hb.manager.debug=true"));
         return runProbe(QStringLiteral(HB_PROBE_PATH), arguments, environment);

@@ -1,4 +1,5 @@
 #include "SqliteRows.h"
+#include "TemporaryHome.h"
 
 #include "manager/HBTrackManager.h"
 #include "model/HBTrack.h"
@@ -74,8 +75,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY(m_home.isValid());
-        qputenv("XDG_DATA_HOME", QFile::encodeName(m_home.filePath(QStringLiteral("data"))));
-        qputenv("XDG_CACHE_HOME", QFile::encodeName(m_home.filePath(QStringLiteral("cache"))));
+        useTemporaryHome(m_home);
         m_manager = HBTrackManager::sharedTrackManager();
         m_root = m_manager->managedObjectContext();
     }

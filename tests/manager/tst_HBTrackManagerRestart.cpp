@@ -22,13 +22,13 @@ class tst_HBTrackManagerRestart : public QObject
 
     void setUpProbe(QProcess &probe) const
     {
-        probe.setProcessEnvironment(probeEnvironment(m_home.path()));
+        probe.setProcessEnvironment(temporaryHomeEnvironment(m_home.path()));
         probe.setProgram(QStringLiteral(HB_PROBE_PATH));
     }
 
     ProbeRun probe(const QStringList &arguments, const QString &dataHome = {}) const
     {
-        return runProbe(QStringLiteral(HB_PROBE_PATH), arguments, probeEnvironment(m_home.path(), dataHome));
+        return runProbe(QStringLiteral(HB_PROBE_PATH), arguments, temporaryHomeEnvironment(m_home.path(), dataHome));
     }
 
     void clearHome()

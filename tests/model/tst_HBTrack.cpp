@@ -1,4 +1,5 @@
 #include "SqliteRows.h"
+#include "TemporaryHome.h"
 
 #include "kits/geometry/HBEarthDistance.h"
 #include "manager/HBTrackManager.h"
@@ -100,8 +101,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY(m_home.isValid());
-        qputenv("XDG_DATA_HOME", QFile::encodeName(m_home.filePath(QStringLiteral("data"))));
-        qputenv("XDG_CACHE_HOME", QFile::encodeName(m_home.filePath(QStringLiteral("cache"))));
+        useTemporaryHome(m_home);
         m_manager = HBTrackManager::sharedTrackManager();
         m_context = m_manager->managedObjectContext();
     }

@@ -1,3 +1,4 @@
+#include "TemporaryHome.h"
 #include "TrackProbeData.h"
 
 #include "kits/geometry/HBEarthDistance.h"
@@ -18,10 +19,7 @@ class tst_HBTrackRestart : public QObject
     QStringList probe(const QString &command) const
     {
         QProcess p;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_DATA_HOME"), m_home.filePath(QStringLiteral("data")));
-        env.insert(QStringLiteral("XDG_CACHE_HOME"), m_home.filePath(QStringLiteral("cache")));
-        p.setProcessEnvironment(env);
+        p.setProcessEnvironment(temporaryHomeEnvironment(m_home.path()));
         p.start(QStringLiteral(HB_TRACK_PROBE_PATH), {command});
         if (!p.waitForFinished(120000) || p.exitCode() != 0)
             return {QStringLiteral("probe failed: ") + QString::fromUtf8(p.readAllStandardError())};

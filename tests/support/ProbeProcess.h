@@ -1,5 +1,7 @@
 #pragma once
 
+#include "TemporaryHome.h"
+
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
@@ -13,17 +15,6 @@ struct ProbeRun
     QStringList out;     // the lines of standard output
     QString err;
 };
-
-// The system environment with the XDG data, cache and config folders in
-// `home`; the data folder may be put elsewhere.
-inline QProcessEnvironment probeEnvironment(const QString &home, const QString &dataHome = {})
-{
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("XDG_DATA_HOME"), dataHome.isEmpty() ? home + QStringLiteral("/data") : dataHome);
-    env.insert(QStringLiteral("XDG_CACHE_HOME"), home + QStringLiteral("/cache"));
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
-    return env;
-}
 
 inline ProbeRun runProbe(const QString &program, const QStringList &arguments, const QProcessEnvironment &environment)
 {

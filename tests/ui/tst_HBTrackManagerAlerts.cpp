@@ -1,3 +1,5 @@
+#include "TemporaryHome.h"
+
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -22,9 +24,7 @@ private slots:
         garbage.close();
 
         QProcess probe;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
-        env.insert(QStringLiteral("XDG_CACHE_HOME"), home.filePath(QStringLiteral("cache")));
+        QProcessEnvironment env = temporaryHomeEnvironment(home.path());
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
         probe.setProcessEnvironment(env);
         probe.start(QStringLiteral(HB_ALERTS_PROBE_PATH), {});
