@@ -462,7 +462,7 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
     // objects of the entity's table
     const std::vector<HBManagedObject *> &inserted = d->insertedByRoot[entity->rootEntity()];
     const QSet<HBManagedObject *> &updated = d->updatedByRoot[entity->rootEntity()];
-    const bool overlay = !inserted.empty() || !updated.isEmpty() || !d->deletedOrder.empty();
+    const bool overlay = d->hasUnsavedChanges(entity->rootEntity());
 
     HBFetchRequest below = request;
     if (overlay)
@@ -601,8 +601,7 @@ qsizetype HBManagedObjectContext::countForFetchRequest(const HBFetchRequest &req
     HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
     const HBEntityDescription *entity = coordinator ? coordinator->managedObjectModel()->entityNamed(request.entityName()) : nullptr;
     const bool countsStores = entity && !m_parent && !request.predicate().isValid() && request.fetchLimit() <= 0
-                              && d->insertedByRoot[entity->rootEntity()].empty()
-                              && d->updatedByRoot[entity->rootEntity()].isEmpty() && d->deletedOrder.empty();
+                              && !d->hasUnsavedChanges(entity->rootEntity());
     if (!countsStores)
         return executeFetchRequest(request, error).size();
     qsizetype count = 0;
@@ -971,7 +970,7 @@ bool HBManagedObjectContext::save(HBError *error)
                 failed = true;
                 continue;
             }
-            const PendingChanges &c = work[store];
+            const PendingChanges &c = *work.constFind(store);
             written.inserted.insert(written.inserted.end(), c.inserted.begin(), c.inserted.end());
             written.updated.insert(written.updated.end(), c.updated.begin(), c.updated.end());
             written.deleted.insert(written.deleted.end(), c.deleted.begin(), c.deleted.end());

@@ -43,4 +43,11 @@ struct HBManagedObjectContext::Private
     const HBEntityDescription *lastInsertedEntity = nullptr;   // marks the objects whose will-save hook ran in a save
     std::vector<HBManagedObject *> graveyard;         // deleted and saved; freed at reset
     QHash<QPair<const HBManagedObject *, int>, QList<HBManagedObject *>> toManyCache;
+
+    // Whether what the files hold of the table is changed here unsaved: its
+    // inserted or updated objects, or any deletion.
+    bool hasUnsavedChanges(const HBEntityDescription *root)
+    {
+        return !insertedByRoot[root].empty() || !updatedByRoot[root].isEmpty() || !deletedOrder.empty();
+    }
 };
