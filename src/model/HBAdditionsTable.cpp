@@ -25,15 +25,19 @@ std::optional<QList<HBManagedObject *>> HBAdditionsTable::loadedRows(const HBMan
 
 HBManagedObject *HBAdditionsTable::firstRow(const HBManagedObject *owner, const QString &key) const
 {
-    HBManagedObjectContext *context = owner->managedObjectContext();
-    if (!context)
-        return nullptr;
-    if (const std::optional<QList<HBManagedObject *>> rows = loadedRows(owner))
-        return firstLoadedRow(*rows, key);
+    return owner->managedObjectContext() ? firstRow(owner, key, loadedRows(owner)) : nullptr;
+}
+
+// Among the rows loaded ahead when there are, else by a fetch.
+HBManagedObject *HBAdditionsTable::firstRow(const HBManagedObject *owner, const QString &key,
+                                            const std::optional<QList<HBManagedObject *>> &loaded) const
+{
+    if (loaded)
+        return firstLoadedRow(*loaded, key);
     HBFetchRequest request(m_entityName);
     request.setPredicate(HBPredicate::format(m_ownerKey + QStringLiteral(" == %@ AND key == %@"),
                                              {QVariant::fromValue(const_cast<HBManagedObject *>(owner)), key}));
-    const QList<HBManagedObject *> rows = context->executeFetchRequest(request);
+    const QList<HBManagedObject *> rows = owner->managedObjectContext()->executeFetchRequest(request);
     return rows.isEmpty() ? nullptr : rows.first();
 }
 
@@ -46,26 +50,25 @@ HBManagedObject *HBAdditionsTable::firstLoadedRow(const QList<HBManagedObject *>
     return nullptr;
 }
 
+QVariant HBAdditionsTable::valueOf(const HBManagedObject *row)
+{
+    return row ? row->valueForKey(QStringLiteral("value")) : QVariant();
+}
+
 QVariant HBAdditionsTable::value(const HBManagedObject *owner, const QString &key) const
 {
-    const HBManagedObject *row = firstRow(owner, key);
-    return row ? row->valueForKey(QStringLiteral("value")) : QVariant();
+    return valueOf(firstRow(owner, key));
 }
 
 QVariantList HBAdditionsTable::values(const HBManagedObject *owner, const QStringList &keys) const
 {
+    if (!owner->managedObjectContext())
+        return QVariantList(keys.size());
+    const std::optional<QList<HBManagedObject *>> loaded = loadedRows(owner);
     QVariantList found;
     found.reserve(keys.size());
-    const std::optional<QList<HBManagedObject *>> rows =
-        owner->managedObjectContext() ? loadedRows(owner) : std::nullopt;
-    for (const QString &key : keys) {
-        if (!rows) {
-            found.append(value(owner, key));
-        } else {
-            const HBManagedObject *row = firstLoadedRow(*rows, key);
-            found.append(row ? row->valueForKey(QStringLiteral("value")) : QVariant());
-        }
-    }
+    for (const QString &key : keys)
+        found.append(valueOf(firstRow(owner, key, loaded)));
     return found;
 }
 

@@ -37,7 +37,10 @@ public:
 private:
     std::optional<QList<HBManagedObject *>> loadedRows(const HBManagedObject *owner) const;
     HBManagedObject *firstRow(const HBManagedObject *owner, const QString &key) const;
+    HBManagedObject *firstRow(const HBManagedObject *owner, const QString &key,
+                              const std::optional<QList<HBManagedObject *>> &loaded) const;
     static HBManagedObject *firstLoadedRow(const QList<HBManagedObject *> &rows, const QString &key);
+    static QVariant valueOf(const HBManagedObject *row);
 
     QString m_entityName;
     QString m_ownerKey;
