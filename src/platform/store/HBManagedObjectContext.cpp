@@ -250,13 +250,56 @@ HBRowValues HBManagedObjectContext::valuesForAnotherContext(const HBManagedObjec
     return copy;
 }
 
+HBManagedObject *HBManagedObjectContext::Private::registeredObject(const HBManagedObjectID &id)
+{
+    return id.isTemporaryID() ? temporaryIndex().value(id) : registered.value(id);
+}
+
+HBManagedObject *HBManagedObjectContext::Private::indexedObject(const HBManagedObjectID &id) const
+{
+    if (!id.isTemporaryID())
+        return registered.value(id);
+    return temporaries ? temporaries->value(id) : nullptr;
+}
+
+void HBManagedObjectContext::Private::enrol(HBManagedObject *object)
+{
+    const HBManagedObjectID id = object->objectID();
+    if (!id.isTemporaryID())
+        registered.insert(id, object);
+    else if (temporaries)
+        temporaries->insert(id, object);
+}
+
+void HBManagedObjectContext::Private::unenrol(const HBManagedObjectID &id)
+{
+    if (!id.isTemporaryID())
+        registered.remove(id);
+    else if (temporaries)
+        temporaries->remove(id);
+}
+
+// Until it is built, the inserted objects are the ones known by temporary
+// IDs: faults are only made for a temporary ID once the index exists.
+QHash<HBManagedObjectID, HBManagedObject *> &HBManagedObjectContext::Private::temporaryIndex()
+{
+    if (!temporaries) {
+        temporaries.emplace();
+        for (HBManagedObject *o : insertedOrder) {
+            if (o->objectID().isTemporaryID())
+                temporaries->insert(o->objectID(), o);
+        }
+    }
+    return *temporaries;
+}
+
 HBManagedObject *HBManagedObjectContext::makeObject(const HBEntityDescription *entity, const HBManagedObjectID &objectID)
 {
     HBManagedObject *object = entity->newObject();
     object->m_context = this;
     object->m_entity = entity;
     object->m_objectID = objectID;
-    d->registered.insert(objectID, object);
+    d->enrol(object);
     return object;
 }
 
@@ -273,6 +316,7 @@ HBManagedObject *HBManagedObjectContext::insertNewObjectForEntityForName(const Q
     }
     d->lastInsertedEntity = entity;
     HBManagedObject *object = makeObject(entity, HBManagedObjectID::temporaryID(entity));
+    object->m_values.reserve(size_t(entity->typicalValueCount()));
     object->m_inserted = true;
     d->insertedOrder.push_back(object);
     d->insertedByRoot[entity->rootEntity()].push_back(object);
@@ -288,7 +332,7 @@ HBManagedObject *HBManagedObjectContext::objectWithID(const HBManagedObjectID &r
     HBManagedObjectID objectID = requested;
     if (objectID.isTemporaryID())
         objectID = d->permanentIDForTemporary.value(objectID, objectID);
-    if (HBManagedObject *object = d->registered.value(objectID))
+    if (HBManagedObject *object = d->registeredObject(objectID))
         return object;
     HBManagedObject *object = makeObject(objectID.entity(), objectID);
     object->m_fault = true;
@@ -302,7 +346,7 @@ HBManagedObject *HBManagedObjectContext::existingObjectWithID(const HBManagedObj
         return nullptr;
     if (!object->m_fault || fulfillFault(object))
         return object;
-    d->registered.remove(object->m_objectID);
+    d->unenrol(object->m_objectID);
     delete object;
     if (error)
         *error = contextError(133000, QStringLiteral("No record for %1").arg(objectID.uriString()));
@@ -362,7 +406,7 @@ void HBManagedObjectContext::forgetCachedMembership(const HBManagedObject *objec
             continue;
         const HBManagedObject *owner = value->metaType() == QMetaType::fromType<HBManagedObject *>()
                                            ? value->value<HBManagedObject *>()
-                                           : d->registered.value(value->value<HBManagedObjectID>());
+                                           : d->registeredObject(value->value<HBManagedObjectID>());
         auto cached = d->toManyCache.find(qMakePair(owner, p->inverse->index));
         if (cached != d->toManyCache.end())
             cached->removeAll(const_cast<HBManagedObject *>(object));
@@ -633,7 +677,7 @@ HBPersistentStore *HBManagedObjectContext::storeOfRelatedRecord(const HBManagedO
             continue;
         if (!id.isTemporaryID())
             store = coordinator->persistentStoreForIdentifierToken(id.storeToken());
-        else if (const HBManagedObject *registered = target ? target : d->registered.value(id))
+        else if (const HBManagedObject *registered = target ? target : d->registeredObject(id))
             store = registered->m_assignedStore;
         if (store && store->holdsEntity(object->m_entity))
             return store;
@@ -683,7 +727,7 @@ bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedO
             const HBManagedObjectID permanent = HBManagedObjectID::permanentID(object->m_entity, identifier, key++);
             if (m_parent)
                 changes.append({object->m_objectID, permanent});
-            d->registered.remove(object->m_objectID);
+            d->unenrol(object->m_objectID);
             if (object->m_idHandedOut)
                 d->permanentIDForTemporary.insert(object->m_objectID, permanent);
             object->m_objectID = permanent;
@@ -695,7 +739,7 @@ bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedO
         ancestor->performBlockAndWait([&] {
             for (const auto &[temporary, permanent] : changes) {
                 ancestor->d->permanentIDForTemporary.insert(temporary, permanent);
-                if (HBManagedObject *object = ancestor->d->registered.take(temporary)) {
+                if (HBManagedObject *object = ancestor->d->temporaryIndex().take(temporary)) {
                     object->m_objectID = permanent;
                     ancestor->d->registered.insert(permanent, object);
                 }
@@ -738,7 +782,7 @@ QList<HBManagedObject *> HBManagedObjectContext::deletedObjects() const
 
 qsizetype HBManagedObjectContext::registeredObjectCount() const
 {
-    return d->registered.size();
+    return d->registered.size() + d->temporaryIndex().size();
 }
 
 namespace {
@@ -1012,7 +1056,7 @@ bool HBManagedObjectContext::save(HBError *error)
     for (auto it = d->updatedByRoot.begin(); it != d->updatedByRoot.end(); ++it)
         it->removeIf([](HBManagedObject *o) { return !o->hasChanges(); });
     for (HBManagedObject *o : std::as_const(gone)) {
-        d->registered.remove(o->m_objectID);
+        d->unenrol(o->m_objectID);
         d->graveyard.push_back(o);
     }
     for (HBManagedObject *o : pending.inserted)
@@ -1035,16 +1079,20 @@ const HBRowValues &HBManagedObjectContext::valuesOf(const HBManagedObject *objec
 void HBManagedObjectContext::reset()
 {
     // Every object is registered under its ID, or lies in the graveyard once
-    // its deletion was saved; an inserted object is checked for being
-    // registered rather than gathered into a set with the rest, which for
-    // an import's million points costs more than deleting them.
+    // its deletion was saved, or is an inserted one not indexed; an inserted
+    // object is checked for being indexed rather than gathered into a set
+    // with the rest, which for an import's million points costs more than
+    // deleting them.
     std::vector<HBManagedObject *> all(d->registered.begin(), d->registered.end());
+    if (d->temporaries)
+        all.insert(all.end(), d->temporaries->begin(), d->temporaries->end());
     all.insert(all.end(), d->graveyard.begin(), d->graveyard.end());
     for (HBManagedObject *o : d->insertedOrder) {
-        if (d->registered.value(o->m_objectID) != o)
+        if (d->indexedObject(o->m_objectID) != o)
             all.push_back(o);
     }
     d->registered.clear();
+    d->temporaries.reset();
     d->permanentIDForTemporary.clear();
     d->insertedOrder.clear();
     d->updated.clear();

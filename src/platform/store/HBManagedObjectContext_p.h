@@ -9,6 +9,7 @@
 #include <QSet>
 
 #include <deque>
+#include <optional>
 #include <vector>
 
 class HBEntityDescription;
@@ -29,8 +30,17 @@ struct HBManagedObjectContext::Private
     std::deque<std::function<void()>> tasks;
     bool draining = false;
 
-    // the objects
-    QHash<HBManagedObjectID, HBManagedObject *> registered;
+    // The objects by ID. Those still known by a temporary ID are indexed
+    // apart, and only from the first time one is asked for by its ID: an
+    // import inserts a million points and never asks, and indexing them
+    // would cost more than the rest of their insertion.
+    QHash<HBManagedObjectID, HBManagedObject *> registered;   // permanent IDs
+    std::optional<QHash<HBManagedObjectID, HBManagedObject *>> temporaries;
+    HBManagedObject *registeredObject(const HBManagedObjectID &id);   // builds the index if need be
+    HBManagedObject *indexedObject(const HBManagedObjectID &id) const;  // never builds it
+    void enrol(HBManagedObject *object);
+    void unenrol(const HBManagedObjectID &id);
+    QHash<HBManagedObjectID, HBManagedObject *> &temporaryIndex();
     QHash<HBManagedObjectID, HBManagedObjectID> permanentIDForTemporary;
     std::vector<HBManagedObject *> insertedOrder;     // may hold objects deleted again; checked on use
     QSet<HBManagedObject *> updated;
