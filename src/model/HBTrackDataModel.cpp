@@ -38,6 +38,8 @@ void addPointEntities(HBManagedObjectModel &m)
     trackPoint.addAttribute(QStringLiteral("order"), T::Integer);
     trackPoint.addAttribute(QStringLiteral("trackSegmentURI"), T::String);
     trackPoint.setFactory([] { return new HBTrackPoint; });
+    // position, elevation, time, order and segment
+    trackPoint.setTypicalValueCount(6);
 
     HBEntityDescription &waypoint = m.addEntity(QStringLiteral("HBWaypoint"), QStringLiteral("HBGeoPoint"));
     waypoint.addAttribute(QStringLiteral("order"), T::Integer);

@@ -47,6 +47,12 @@ public:
     int propertyCount() const { return int(m_allProperties.size()); }
 
     void setFactory(Factory factory) { m_factory = std::move(factory); }
+
+    // How many values a new object of this entity usually ends up with:
+    // room for them is made once at insertion instead of growing as they
+    // are set, for entities inserted by the million.
+    void setTypicalValueCount(int count) { m_typicalValueCount = count; }
+    int typicalValueCount() const { return m_typicalValueCount; }
     HBManagedObject *newObject() const;
 
 private:
@@ -64,4 +70,5 @@ private:
     QList<const HBPropertyDescription *> m_allProperties;
     QHash<QString, const HBPropertyDescription *> m_byName;
     Factory m_factory;
+    int m_typicalValueCount = 0;
 };
