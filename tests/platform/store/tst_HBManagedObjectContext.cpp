@@ -319,6 +319,33 @@ private slots:
         QCOMPARE(named(QStringLiteral("lake")), 1);
     }
 
+    // Objects known by temporary IDs are indexed only once one is asked
+    // for: those inserted before and after that moment, and a fault made
+    // for an unknown temporary ID, must all be found, counted and freed.
+    void temporaryIDsFindTheirObjectsBeforeAndAfterTheFirstQuestion()
+    {
+        StoreFixture f;
+        QVERIFY(f.open());
+        auto c = f.newRootContext();
+        HBManagedObject *before = insert(*c, "HBWaypoint", {{"name", "before"}});
+        QCOMPARE(c->objectWithID(before->objectID()), before);
+        HBManagedObject *after = insert(*c, "HBWaypoint", {{"name", "after"}});
+        QCOMPARE(c->objectWithID(after->objectID()), after);
+        const HBManagedObjectID stranger = HBManagedObjectID::temporaryID(before->entity());
+        QVERIFY(!c->existingObjectWithID(stranger));
+        QCOMPARE(c->registeredObjectCount(), qsizetype(2));
+        HBManagedObject *fault = c->objectWithID(stranger);
+        QCOMPARE(c->objectWithID(stranger), fault);
+        QCOMPARE(c->registeredObjectCount(), qsizetype(3));
+
+        QVERIFY(c->save());
+        QVERIFY(!after->objectID().isTemporaryID());
+        QCOMPARE(c->objectWithID(after->objectID()), after);
+        QCOMPARE(c->registeredObjectCount(), qsizetype(3));
+        c->reset();
+        QCOMPARE(c->registeredObjectCount(), qsizetype(0));
+    }
+
     // A count of every record is taken from the files while nothing is
     // unsaved, and from a fetch otherwise: both must give what the fetch
     // itself returns, sub-entities included.
