@@ -133,7 +133,17 @@ QStringView HBXMLFileImportOperation::currentStringValue()
     if (!m_hasCurrentStringValue)
         return {};
     // UTF-8 never takes more UTF-16 units than it has bytes
-    m_currentStringValue.resize(m_currentStringBytes.size());
+    const qsizetype length = m_currentStringBytes.size();
+    m_currentStringValue.resize(length);
+    // Numbers and times are plain ASCII, which widens byte by byte; the
+    // decoder is only set up for the rest.
+    const char *bytes = m_currentStringBytes.constData();
+    char16_t *units = reinterpret_cast<char16_t *>(m_currentStringValue.data());
+    qsizetype i = 0;
+    for (; i < length && uchar(bytes[i]) < 0x80; ++i)
+        units[i] = char16_t(bytes[i]);
+    if (i == length)
+        return m_currentStringValue;
     QStringDecoder decoder(QStringDecoder::Utf8);
     const QChar *end = decoder.appendToBuffer(m_currentStringValue.data(), m_currentStringBytes);
     m_currentStringValue.truncate(end - m_currentStringValue.constData());
