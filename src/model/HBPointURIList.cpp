@@ -670,6 +670,17 @@ std::optional<QStringList> HBPointURIList::decodeStrings(QByteArrayView data)
     return decodeAll<QStringList>(data, fromKeys, [](const QString &text) { return text; });
 }
 
+std::optional<QList<HBManagedObjectID>> HBPointURIList::decodeIDs(QByteArrayView data, const FromParts &fromParts,
+                                                                  const FromText &fromText)
+{
+    const auto fromKeys = [&fromParts](const Header &header, const Run &run) {
+        return [&fromParts, store = nameOf(header, run.store), entity = nameOf(header, run.entity)](quint64 key) {
+            return fromParts(store, entity, qint64(key));
+        };
+    };
+    return decodeAll<QList<HBManagedObjectID>>(data, fromKeys, fromText);
+}
+
 qsizetype HBPointURIList::count(QByteArrayView data)
 {
     return readRuns(data, [](const Header &, const Run &, quint64) { return true; });

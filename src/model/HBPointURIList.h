@@ -7,6 +7,7 @@
 #include <QStringList>
 #include <QUrl>
 
+#include <functional>
 #include <optional>
 
 class HBManagedObjectID;
@@ -66,6 +67,15 @@ public:
     // or has more than maximumCount entries. Text comes back as QUrl(text).
     static std::optional<QList<QUrl>> decode(QByteArrayView data);
     static std::optional<QStringList> decodeStrings(QByteArrayView data);
+    // Each entry made by one of two functions: fromParts(store, entity, key)
+    // for an entry the list holds as the parts of
+    // "x-hbgps://<store>/<entity>/p<key>", fromText(text) for any other.
+    // Turning a segment's points into IDs this way spares writing out and
+    // reading back a million URIs.
+    using FromParts = std::function<HBManagedObjectID(QStringView store, QStringView entity, qint64 key)>;
+    using FromText = std::function<HBManagedObjectID(const QString &text)>;
+    static std::optional<QList<HBManagedObjectID>> decodeIDs(QByteArrayView data, const FromParts &fromParts,
+                                                             const FromText &fromText);
 
     // The number of entries, or -1 where decode() would fail. Builds no URIs.
     static qsizetype count(QByteArrayView data);

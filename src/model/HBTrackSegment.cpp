@@ -251,12 +251,15 @@ QList<HBTrackPoint *> HBTrackSegment::fetchPoints() const
         return {};
     HBManagedObjectContext *context = managedObjectContext();
     HBPersistentStoreCoordinator *coordinator = context->persistentStoreCoordinator();
-    QList<HBManagedObjectID> ids;
-    for (const QString &uri : HBPointURIList::decodeStrings(data).value_or(QStringList())) {
-        const HBManagedObjectID id = coordinator->managedObjectIDForURIString(uri);
-        if (!id.isNull())
-            ids.append(id);
-    }
+    QList<HBManagedObjectID> ids =
+        HBPointURIList::decodeIDs(
+            data,
+            [coordinator](QStringView store, QStringView entity, qint64 key) {
+                return coordinator->managedObjectIDForURIParts(store, entity, key);
+            },
+            [coordinator](const QString &uri) { return coordinator->managedObjectIDForURIString(uri); })
+            .value_or(QList<HBManagedObjectID>());
+    ids.removeIf([](const HBManagedObjectID &id) { return id.isNull(); });
     if (ids.isEmpty())
         return {};
     HBFetchRequest request(QStringLiteral("HBTrackPoint"));

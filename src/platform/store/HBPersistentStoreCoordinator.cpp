@@ -8,6 +8,8 @@
 
 #include <QFileInfo>
 
+#include <algorithm>
+
 HBPersistentStoreCoordinator::HBPersistentStoreCoordinator(const HBManagedObjectModel *model)
     : m_model(model)
 {
@@ -134,14 +136,31 @@ HBManagedObjectID HBPersistentStoreCoordinator::managedObjectIDForURIString(cons
         return managedObjectIDForURIRepresentation(QUrl(uri));
     bool ok = false;
     const qint64 key = text.mid(i + 2).toLongLong(&ok);
-    const HBEntityDescription *entity = m_model->entityNamed(text.mid(entityStart, entityEnd - entityStart).toString());
-    if (!ok || key <= 0 || !entity)
-        return {};
+    return permanentIDForPlainParts(text.mid(hostStart, hostEnd - hostStart),
+                                    text.mid(entityStart, entityEnd - entityStart), ok ? key : 0);
+}
 
+HBManagedObjectID HBPersistentStoreCoordinator::managedObjectIDForURIParts(QStringView host, QStringView entityName,
+                                                                           qint64 key) const
+{
+    const auto plain = [](QStringView name, bool (*allowed)(QChar)) {
+        return !name.isEmpty() && std::all_of(name.begin(), name.end(), allowed);
+    };
+    if (plain(host, isHostCharacter) && plain(entityName, isNameCharacter))
+        return permanentIDForPlainParts(host, entityName, key);
+    return managedObjectIDForURIString(QStringLiteral("%1://%2/%3/p%4")
+                                           .arg(HBManagedObjectID::uriScheme(), host, entityName, QString::number(key)));
+}
+
+HBManagedObjectID HBPersistentStoreCoordinator::permanentIDForPlainParts(QStringView host, QStringView entityName,
+                                                                         qint64 key) const
+{
+    const HBEntityDescription *entity = m_model->entityNamed(entityName.toString());
+    if (key <= 0 || !entity)
+        return {};
     // the points of a segment nearly all name the same few stores
     thread_local QString lastHost;
     thread_local quint32 lastToken = 0;
-    const QStringView host = text.mid(hostStart, hostEnd - hostStart);
     if (host != lastHost) {
         lastHost = host.toString();
         lastToken = HBManagedObjectID::internStoreIdentifier(lastHost);

@@ -48,6 +48,9 @@ public:
     // ID for temporary URIs, unknown stores and unknown entities.
     HBManagedObjectID managedObjectIDForURIRepresentation(const QUrl &uri) const;
     HBManagedObjectID managedObjectIDForURIString(const QString &uri) const;
+    // The ID "x-hbgps://<host>/<entityName>/p<key>" names, without that
+    // text being written out where the parts are of the plain form.
+    HBManagedObjectID managedObjectIDForURIParts(QStringView host, QStringView entityName, qint64 key) const;
 
     void assignObject(HBManagedObject *object, HBPersistentStore *store);
 
@@ -56,6 +59,8 @@ public:
     bool tryLock() { return m_lock.tryLock(); }
 
 private:
+    HBManagedObjectID permanentIDForPlainParts(QStringView host, QStringView entityName, qint64 key) const;
+
     const HBManagedObjectModel *m_model;
     mutable QReadWriteLock m_storesLock;
     std::vector<std::unique_ptr<HBPersistentStore>> m_stores;

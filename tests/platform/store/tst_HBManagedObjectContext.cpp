@@ -1,6 +1,8 @@
 #include "SqliteRows.h"
 #include "StoreFixture.h"
 
+#include "model/HBPointURIList.h"
+#include "platform/store/HBManagedObjectModel.h"
 #include "platform/store/HBPredicate.h"
 
 #include <QFile>
@@ -161,6 +163,40 @@ private slots:
         HBError error;
         QVERIFY(!reader.existingObjectWithID(HBManagedObjectID::permanentID(id.entity(), id.storeIdentifier(), 99), &error));
         QVERIFY(!error.isNull());
+    }
+
+    // A segment's point list is turned into IDs from its runs' parts; each
+    // entry must give the ID its text gives, the odd ones included.
+    void pointListGivesTheIDsOfItsTexts()
+    {
+        StoreFixture f;
+        QVERIFY(f.open());
+        const QString store = f.points->identifier();
+        const auto uri = [](const QString &host, const QString &entity, qint64 key) {
+            return QStringLiteral("x-hbgps://%1/%2/p%3").arg(host, entity).arg(key);
+        };
+        QStringList texts;
+        for (qint64 key = 1; key <= 20; ++key)
+            texts << uri(store, "HBTrackPoint", key);
+        texts << uri(store.toLower(), "HBTrackPoint", 21) << uri(store, "HBWaypoint", 3)   // not in the point file
+              << uri(store, "HBNoSuchEntity", 4) << uri(store, "HBTrackPoint", 0) << uri(store, "HBTrackPoint", -7)
+              << uri("a_b", "HBTrackPoint", 5) << uri(store, "HB_Point-2", 6) << uri(store, "HBTrackPoint", 1)
+              << uri(f.central->identifier(), "HBWaypoint", 2)
+              << HBManagedObjectID::temporaryID(f.coordinator->managedObjectModel()->entityNamed("HBTrackPoint")).uriString()
+              << QStringLiteral("not a uri");
+        QList<HBManagedObjectID> expected;
+        for (const QString &text : texts)
+            expected << f.coordinator->managedObjectIDForURIString(text);
+        QCOMPARE(expected.count(HBManagedObjectID()), 8);   // the list is not all of one kind
+
+        HBPersistentStoreCoordinator *coordinator = f.coordinator.get();
+        const std::optional<QList<HBManagedObjectID>> ids = HBPointURIList::decodeIDs(
+            HBPointURIList::encode(texts),
+            [coordinator](QStringView host, QStringView entity, qint64 key) {
+                return coordinator->managedObjectIDForURIParts(host, entity, key);
+            },
+            [coordinator](const QString &text) { return coordinator->managedObjectIDForURIString(text); });
+        QCOMPARE(ids, expected);
     }
 
     void childSeesParentsUnsavedInsertsAndDeletions()
