@@ -142,7 +142,10 @@ void HBGeoPoint::setWheelSensorIsPresent(std::optional<bool> value)
 
 HBGeoPointSymbol *HBGeoPoint::symbol() const
 {
-    return static_cast<HBGeoPointSymbol *>(objectForKey(QStringLiteral("symbol")));
+    // asked of every point an export writes
+    static const HBPropertyDescription *const symbolProperty =
+        HBTrackDataModel::model()->entityNamed(QStringLiteral("HBGeoPoint"))->propertyNamed(QStringLiteral("symbol"));
+    return static_cast<HBGeoPointSymbol *>(objectForProperty(symbolProperty));
 }
 
 void HBGeoPoint::setSymbol(HBGeoPointSymbol *symbol)

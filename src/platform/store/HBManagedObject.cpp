@@ -82,7 +82,11 @@ QVariant HBManagedObject::valueForKeyPath(const QString &keyPath) const
 
 HBManagedObject *HBManagedObject::objectForKey(const QString &key) const
 {
-    const HBPropertyDescription *p = property(key);
+    return objectForProperty(property(key));
+}
+
+HBManagedObject *HBManagedObject::objectForProperty(const HBPropertyDescription *p) const
+{
     if (!p || !p->isToOne())
         return nullptr;
     fireFault();

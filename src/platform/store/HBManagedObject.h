@@ -67,6 +67,8 @@ public:
 protected:
     virtual QVariant valueForUndefinedKey(const QString &key) const;
     const HBPropertyDescription *property(const QString &key) const;
+    // objectForKey for a property looked up once by the caller
+    HBManagedObject *objectForProperty(const HBPropertyDescription *property) const;
 
 private:
     friend class HBManagedObjectContext;

@@ -75,6 +75,31 @@ bool sortsBefore(const QVariantList &a, const QVariantList &b, const QList<HBSor
     return false;
 }
 
+// Reads one sort key of object after object: a plain attribute straight
+// from its slot, found by name once per entity; anything else (key paths,
+// relationships, derived keys) through valueForKeyPath.
+class SortKeyReader
+{
+public:
+    explicit SortKeyReader(const QString &key) : m_key(key), m_isPath(key.contains(u'.')) {}
+
+    QVariant operator()(const HBManagedObject *object)
+    {
+        if (object->entity() != m_entity) {
+            m_entity = object->entity();
+            const HBPropertyDescription *p = m_isPath || !m_entity ? nullptr : m_entity->propertyNamed(m_key);
+            m_attribute = p && !p->isRelationship ? p : nullptr;
+        }
+        return m_attribute ? object->primitiveValue(m_attribute->index) : object->valueForKeyPath(m_key);
+    }
+
+private:
+    QString m_key;
+    bool m_isPath;
+    const HBEntityDescription *m_entity = nullptr;
+    const HBPropertyDescription *m_attribute = nullptr;
+};
+
 // Stable; each object's sort values are read once rather than at every
 // comparison (a segment's points are sorted by the hundred thousand).
 void sortObjects(QList<HBManagedObject *> &objects, const QList<HBSortDescriptor> &sort)
@@ -84,13 +109,16 @@ void sortObjects(QList<HBManagedObject *> &objects, const QList<HBSortDescriptor
         HBManagedObject *object;
         QVariantList values;
     };
+    std::vector<SortKeyReader> readers;
+    for (const HBSortDescriptor &s : sort)
+        readers.emplace_back(s.key);
     std::vector<Keyed> keyed;
     keyed.reserve(size_t(objects.size()));
     for (HBManagedObject *object : std::as_const(objects)) {
         QVariantList values;
         values.reserve(sort.size());
-        for (const HBSortDescriptor &s : sort)
-            values.append(object->valueForKeyPath(s.key));
+        for (SortKeyReader &read : readers)
+            values.append(read(object));
         keyed.push_back({object, std::move(values)});
     }
     const auto before = [&sort](const Keyed &a, const Keyed &b) { return sortsBefore(a.values, b.values, sort); };
