@@ -670,12 +670,12 @@ std::optional<QStringList> HBPointURIList::decodeStrings(QByteArrayView data)
     return decodeAll<QStringList>(data, fromKeys, [](const QString &text) { return text; });
 }
 
-std::optional<QList<HBManagedObjectID>> HBPointURIList::decodeIDs(QByteArrayView data, const FromParts &fromParts,
+std::optional<QList<HBManagedObjectID>> HBPointURIList::decodeIDs(QByteArrayView data, const MakerFor &makerFor,
                                                                   const FromText &fromText)
 {
-    const auto fromKeys = [&fromParts](const Header &header, const Run &run) {
-        return [&fromParts, store = nameOf(header, run.store), entity = nameOf(header, run.entity)](quint64 key) {
-            return fromParts(store, entity, qint64(key));
+    const auto fromKeys = [&makerFor](const Header &header, const Run &run) {
+        return [make = makerFor(nameOf(header, run.store), nameOf(header, run.entity))](quint64 key) {
+            return make(qint64(key));
         };
     };
     return decodeAll<QList<HBManagedObjectID>>(data, fromKeys, fromText);

@@ -67,14 +67,15 @@ public:
     // or has more than maximumCount entries. Text comes back as QUrl(text).
     static std::optional<QList<QUrl>> decode(QByteArrayView data);
     static std::optional<QStringList> decodeStrings(QByteArrayView data);
-    // Each entry made by one of two functions: fromParts(store, entity, key)
-    // for an entry the list holds as the parts of
-    // "x-hbgps://<store>/<entity>/p<key>", fromText(text) for any other.
+    // Each entry as an ID: the entries the list holds as the parts of
+    // "x-hbgps://<store>/<entity>/p<key>" by makerFor(store, entity), asked
+    // once per run, then given each key; any other by fromText(text).
     // Turning a segment's points into IDs this way spares writing out and
     // reading back a million URIs.
-    using FromParts = std::function<HBManagedObjectID(QStringView store, QStringView entity, qint64 key)>;
+    using KeyToID = std::function<HBManagedObjectID(qint64 key)>;
+    using MakerFor = std::function<KeyToID(QStringView store, QStringView entity)>;
     using FromText = std::function<HBManagedObjectID(const QString &text)>;
-    static std::optional<QList<HBManagedObjectID>> decodeIDs(QByteArrayView data, const FromParts &fromParts,
+    static std::optional<QList<HBManagedObjectID>> decodeIDs(QByteArrayView data, const MakerFor &makerFor,
                                                              const FromText &fromText);
 
     // The number of entries, or -1 where decode() would fail. Builds no URIs.

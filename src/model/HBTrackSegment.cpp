@@ -254,8 +254,8 @@ QList<HBTrackPoint *> HBTrackSegment::fetchPoints() const
     QList<HBManagedObjectID> ids =
         HBPointURIList::decodeIDs(
             data,
-            [coordinator](QStringView store, QStringView entity, qint64 key) {
-                return coordinator->managedObjectIDForURIParts(store, entity, key);
+            [coordinator](QStringView store, QStringView entity) {
+                return coordinator->managedObjectIDMaker(store, entity);
             },
             [coordinator](const QString &uri) { return coordinator->managedObjectIDForURIString(uri); })
             .value_or(QList<HBManagedObjectID>());

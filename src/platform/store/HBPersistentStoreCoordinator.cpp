@@ -140,16 +140,24 @@ HBManagedObjectID HBPersistentStoreCoordinator::managedObjectIDForURIString(cons
                                     text.mid(entityStart, entityEnd - entityStart), ok ? key : 0);
 }
 
-HBManagedObjectID HBPersistentStoreCoordinator::managedObjectIDForURIParts(QStringView host, QStringView entityName,
-                                                                           qint64 key) const
+std::function<HBManagedObjectID(qint64)> HBPersistentStoreCoordinator::managedObjectIDMaker(QStringView host,
+                                                                                      QStringView entityName) const
 {
     const auto plain = [](QStringView name, bool (*allowed)(QChar)) {
         return !name.isEmpty() && std::all_of(name.begin(), name.end(), allowed);
     };
-    if (plain(host, isHostCharacter) && plain(entityName, isNameCharacter))
-        return permanentIDForPlainParts(host, entityName, key);
-    return managedObjectIDForURIString(QStringLiteral("%1://%2/%3/p%4")
-                                           .arg(HBManagedObjectID::uriScheme(), host, entityName, QString::number(key)));
+    if (!plain(host, isHostCharacter) || !plain(entityName, isNameCharacter)) {
+        const QString prefix = QStringLiteral("%1://%2/%3/p").arg(HBManagedObjectID::uriScheme(), host, entityName);
+        return [this, prefix](qint64 key) { return managedObjectIDForURIString(prefix + QString::number(key)); };
+    }
+    const HBEntityDescription *entity = m_model->entityNamed(entityName.toString());
+    const quint32 token = HBManagedObjectID::internStoreIdentifier(host.toString());
+    const HBPersistentStore *store = persistentStoreForIdentifierToken(token);
+    if (!entity || !store || !store->holdsEntity(entity))
+        return [](qint64) { return HBManagedObjectID(); };
+    return [entity, token](qint64 key) {
+        return key > 0 ? HBManagedObjectID::permanentID(entity, token, key) : HBManagedObjectID();
+    };
 }
 
 HBManagedObjectID HBPersistentStoreCoordinator::permanentIDForPlainParts(QStringView host, QStringView entityName,

@@ -9,6 +9,7 @@
 #include <QUrl>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -48,9 +49,10 @@ public:
     // ID for temporary URIs, unknown stores and unknown entities.
     HBManagedObjectID managedObjectIDForURIRepresentation(const QUrl &uri) const;
     HBManagedObjectID managedObjectIDForURIString(const QString &uri) const;
-    // The ID "x-hbgps://<host>/<entityName>/p<key>" names, without that
-    // text being written out where the parts are of the plain form.
-    HBManagedObjectID managedObjectIDForURIParts(QStringView host, QStringView entityName, qint64 key) const;
+    // Gives for a key the ID "x-hbgps://<host>/<entityName>/p<key>" names,
+    // the store and entity found once for all the keys; the text is only
+    // written out where host and name are not of the plain form.
+    std::function<HBManagedObjectID(qint64)> managedObjectIDMaker(QStringView host, QStringView entityName) const;
 
     void assignObject(HBManagedObject *object, HBPersistentStore *store);
 

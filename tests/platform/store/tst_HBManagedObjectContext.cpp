@@ -192,8 +192,8 @@ private slots:
         HBPersistentStoreCoordinator *coordinator = f.coordinator.get();
         const std::optional<QList<HBManagedObjectID>> ids = HBPointURIList::decodeIDs(
             HBPointURIList::encode(texts),
-            [coordinator](QStringView host, QStringView entity, qint64 key) {
-                return coordinator->managedObjectIDForURIParts(host, entity, key);
+            [coordinator](QStringView host, QStringView entity) {
+                return coordinator->managedObjectIDMaker(host, entity);
             },
             [coordinator](const QString &text) { return coordinator->managedObjectIDForURIString(text); });
         QCOMPARE(ids, expected);
