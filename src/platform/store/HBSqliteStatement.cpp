@@ -152,8 +152,13 @@ double HBSqliteStatement::doubleValue(int column) const { return sqlite3_column_
 
 QString HBSqliteStatement::text(int column) const
 {
+    return QString::fromUtf8(utf8(column));
+}
+
+QByteArrayView HBSqliteStatement::utf8(int column) const
+{
     const auto *bytes = reinterpret_cast<const char *>(sqlite3_column_text(m_stmt, column));
-    return QString::fromUtf8(bytes, sqlite3_column_bytes(m_stmt, column));
+    return QByteArrayView(bytes, sqlite3_column_bytes(m_stmt, column));
 }
 
 QByteArray HBSqliteStatement::blob(int column) const

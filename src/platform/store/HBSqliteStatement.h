@@ -53,6 +53,8 @@ public:
     qint64 int64(int column) const;
     double doubleValue(int column) const;
     QString text(int column) const;
+    // The text's bytes where SQLite keeps them, until the next step or reset.
+    QByteArrayView utf8(int column) const;
     QByteArray blob(int column) const;
 
     sqlite3_stmt *handle() const { return m_stmt; }
