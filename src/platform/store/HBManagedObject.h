@@ -8,6 +8,8 @@
 #include <QString>
 #include <QVariant>
 
+#include <memory>
+
 class HBEntityDescription;
 class HBManagedObjectContext;
 class HBPersistentStore;
@@ -80,7 +82,21 @@ private:
     }
     void fulfillFault() const;
     QVariant *findSlot(int slot) const;
+
+    // The members of one of its to-many relationships as its context last
+    // found them, good while the context's membership generation is the
+    // one noted. Kept on the object rather than in a table of the context:
+    // an export asks a million points for their extras.
+    struct CachedMembers
+    {
+        quint64 generation = 0;
+        int index = -1;
+        QList<HBManagedObject *> members;
+        std::unique_ptr<CachedMembers> next;
+    };
+
     HBRowValues m_values;
+    mutable std::unique_ptr<CachedMembers> m_cachedMembers;
     HBManagedObjectContext *m_context = nullptr;
     const HBEntityDescription *m_entity = nullptr;
     HBManagedObjectID m_objectID;

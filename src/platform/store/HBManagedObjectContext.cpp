@@ -348,7 +348,7 @@ HBManagedObject *HBManagedObjectContext::insertNewObjectForEntityForName(const Q
     object->m_inserted = true;
     d->insertedOrder.push_back(object);
     d->insertedByRoot[entity->rootEntity()].push_back(object);
-    d->toManyCache.clear();
+    d->forgetAllMembers();
     object->awakeFromInsert();
     return object;
 }
@@ -410,7 +410,7 @@ bool HBManagedObjectContext::fulfillFault(HBManagedObject *object)
 void HBManagedObjectContext::objectDidChange(HBManagedObject *object, const HBPropertyDescription *property)
 {
     if (property->isRelationship)
-        d->toManyCache.clear();
+        d->forgetAllMembers();
     if (object->m_inserted || object->m_deleted)
         return;
     d->updated.insert(object);
@@ -423,10 +423,8 @@ void HBManagedObjectContext::objectDidChange(HBManagedObject *object, const HBPr
 void HBManagedObjectContext::forgetCachedMembership(const HBManagedObject *object)
 {
     for (const HBPropertyDescription *p : object->m_entity->properties()) {
-        if (p->isToMany) {
-            d->toManyCache.remove(qMakePair(object, p->index));
+        if (p->isToMany)
             continue;
-        }
         if (!p->isToOne() || !p->inverse || !p->inverse->isToMany)
             continue;
         const QVariant *value = object->findSlot(p->index);
@@ -435,10 +433,36 @@ void HBManagedObjectContext::forgetCachedMembership(const HBManagedObject *objec
         const HBManagedObject *owner = value->metaType() == QMetaType::fromType<HBManagedObject *>()
                                            ? value->value<HBManagedObject *>()
                                            : d->registeredObject(value->value<HBManagedObjectID>());
-        auto cached = d->toManyCache.find(qMakePair(owner, p->inverse->index));
-        if (cached != d->toManyCache.end())
-            cached->removeAll(const_cast<HBManagedObject *>(object));
+        if (QList<HBManagedObject *> *members = owner ? cachedMembers(owner, p->inverse->index) : nullptr)
+            members->removeAll(const_cast<HBManagedObject *>(object));
     }
+    object->m_cachedMembers.reset();
+}
+
+QList<HBManagedObject *> *HBManagedObjectContext::cachedMembers(const HBManagedObject *owner, int index) const
+{
+    for (HBManagedObject::CachedMembers *c = owner->m_cachedMembers.get(); c; c = c->next.get()) {
+        if (c->index == index)
+            return c->generation == d->membersGeneration ? &c->members : nullptr;
+    }
+    return nullptr;
+}
+
+void HBManagedObjectContext::cacheMembers(const HBManagedObject *owner, int index,
+                                          const QList<HBManagedObject *> &members) const
+{
+    HBManagedObject::CachedMembers *c = owner->m_cachedMembers.get();
+    while (c && c->index != index)
+        c = c->next.get();
+    if (!c) {
+        auto added = std::make_unique<HBManagedObject::CachedMembers>();
+        added->index = index;
+        added->next = std::move(owner->m_cachedMembers);
+        owner->m_cachedMembers = std::move(added);
+        c = owner->m_cachedMembers.get();
+    }
+    c->generation = d->membersGeneration;
+    c->members = members;
 }
 
 void HBManagedObjectContext::deleteObject(HBManagedObject *object)
@@ -480,25 +504,23 @@ void HBManagedObjectContext::deleteObject(HBManagedObject *object)
 std::optional<QList<HBManagedObject *>> HBManagedObjectContext::loadedRelatedObjects(const HBManagedObject *object,
                                                                                     const HBPropertyDescription *property) const
 {
-    const auto cached = d->toManyCache.constFind(qMakePair(object, property->index));
-    if (cached == d->toManyCache.constEnd())
+    const QList<HBManagedObject *> *members = cachedMembers(object, property->index);
+    if (!members)
         return std::nullopt;
-    return *cached;
+    return *members;
 }
 
 QList<HBManagedObject *> HBManagedObjectContext::relatedObjects(const HBManagedObject *object,
                                                                 const HBPropertyDescription *property)
 {
-    const auto key = qMakePair(object, property->index);
-    auto cached = d->toManyCache.constFind(key);
-    if (cached != d->toManyCache.constEnd())
-        return *cached;
+    if (const QList<HBManagedObject *> *members = cachedMembers(object, property->index))
+        return *members;
     HBFetchRequest request(property->destinationEntity->name());
     HBPredicate::Expression left{true, property->inverse->name, {}};
     HBPredicate::Expression right{false, {}, QVariant::fromValue(const_cast<HBManagedObject *>(object))};
     request.setPredicate(HBPredicate::comparison(left, HBPredicate::Operator::Equal, right));
     const QList<HBManagedObject *> members = executeFetchRequest(request);
-    d->toManyCache.insert(key, members);
+    cacheMembers(object, property->index, members);
     return members;
 }
 
@@ -641,7 +663,7 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
             for (HBManagedObject *member : executeFetchRequest(prefetch))
                 byOwner[member->objectForKey(p->inverse->name)].append(member);
             for (HBManagedObject *owner : results)
-                d->toManyCache.insert(qMakePair(owner, p->index), byOwner.value(owner));
+                cacheMembers(owner, p->index, byOwner.value(owner));
         } else {
             QList<HBManagedObjectID> targets;
             for (HBManagedObject *owner : results) {
@@ -944,7 +966,7 @@ bool HBManagedObjectContext::save(HBError *error)
                 if (!target->m_inserted)
                     p->deletedOrder.push_back(target);
             }
-            p->toManyCache.clear();
+            p->forgetAllMembers();
         });
     } else {
         std::vector<HBManagedObject *> needIDs;
@@ -1128,7 +1150,7 @@ void HBManagedObjectContext::reset()
     d->insertedByRoot.clear();
     d->updatedByRoot.clear();
     d->graveyard.clear();
-    d->toManyCache.clear();
+    d->forgetAllMembers();
     if (all.size() >= HBDeferredDeletion::worthAThread)
         HBDeferredDeletion::deleteObjects(std::move(all));
     else

@@ -113,6 +113,9 @@ private:
     bool fulfillFault(HBManagedObject *object);
     HBPersistentStore *storeOfRelatedRecord(const HBManagedObject *object) const;
     void forgetCachedMembership(const HBManagedObject *object);
+    // nullptr where the members are not cached, or no longer good
+    QList<HBManagedObject *> *cachedMembers(const HBManagedObject *owner, int index) const;
+    void cacheMembers(const HBManagedObject *owner, int index, const QList<HBManagedObject *> &members) const;
     // The object's values with relationships as IDs, for a child or parent.
     static HBRowValues valuesForAnotherContext(const HBManagedObject *object);
     QList<Snapshot> fetchSnapshots(const HBFetchRequest &request, HBError *error);

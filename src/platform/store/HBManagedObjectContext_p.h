@@ -52,7 +52,10 @@ struct HBManagedObjectContext::Private
     quint32 saveSerial = 0;
     const HBEntityDescription *lastInsertedEntity = nullptr;   // marks the objects whose will-save hook ran in a save
     std::vector<HBManagedObject *> graveyard;         // deleted and saved; freed at reset
-    QHash<QPair<const HBManagedObject *, int>, QList<HBManagedObject *>> toManyCache;
+    // Lists of to-many members cached on the objects are good while their
+    // generation is this one; any change to a relationship forgets them all.
+    quint64 membersGeneration = 1;
+    void forgetAllMembers() { ++membersGeneration; }
 
     // Whether what the files hold of the table is changed here unsaved: its
     // inserted or updated objects, or any deletion.
