@@ -93,6 +93,29 @@ QString entityNumbers(const HBEntityDescription *entity)
 
 namespace {
 
+// Every point of a segment names the segment by the same text: a fetch
+// hands the rows one shared string per run of equal texts in a column,
+// rather than a copy each.
+class RepeatedTexts
+{
+public:
+    QString text(const HBSqliteStatement &stmt, int column)
+    {
+        if (size_t(column) >= m_last.size())
+            m_last.resize(size_t(column) + 1);
+        auto &[bytes, text] = m_last[size_t(column)];
+        const QByteArrayView utf8 = stmt.utf8(column);
+        if (bytes.isNull() || utf8 != bytes) {
+            bytes = utf8.toByteArray();
+            text = QString::fromUtf8(utf8);
+        }
+        return text;
+    }
+
+private:
+    std::vector<std::pair<QByteArray, QString>> m_last;
+};
+
 // Decimals are stored as ASCII text; widening it on the stack spares a
 // string per value, and an export reads three for each of a million points.
 HBDecimal decimalFromText(QByteArrayView utf8)
@@ -179,7 +202,7 @@ struct HBPersistentStore::Private
     bool bindRow(HBStoreTable &t, HBSqliteStatement &stmt, int firstParameter, const HBEntityDescription *entity,
                  const HBRowValues &values);
     static void bindValue(const HBStoreColumn &column, HBSqliteStatement &stmt, int parameter, const QVariant &value);
-    HBStoreRow readRow(const HBStoreTable &t, const HBSqliteStatement &stmt) const;
+    HBStoreRow readRow(const HBStoreTable &t, const HBSqliteStatement &stmt, RepeatedTexts &texts) const;
     std::optional<QString> compile(const HBStoreTable &t, const HBPredicate &p, QVariantList *binds) const;
     std::optional<QString> compileComparison(const HBStoreTable &t, const HBPredicate &p, QVariantList *binds) const;
 };
@@ -349,7 +372,8 @@ void HBPersistentStore::Private::bindValue(const HBStoreColumn &c, HBSqliteState
     }
 }
 
-HBStoreRow HBPersistentStore::Private::readRow(const HBStoreTable &t, const HBSqliteStatement &stmt) const
+HBStoreRow HBPersistentStore::Private::readRow(const HBStoreTable &t, const HBSqliteStatement &stmt,
+                                               RepeatedTexts &texts) const
 {
     HBStoreRow row;
     row.primaryKey = stmt.int64(0);
@@ -402,7 +426,7 @@ HBStoreRow HBPersistentStore::Private::readRow(const HBStoreTable &t, const HBSq
                 value = stmt.int64(column) != 0;
                 break;
             case HBAttributeType::String:
-                value = stmt.text(column);
+                value = texts.text(stmt, column);
                 break;
             }
         }
@@ -772,8 +796,9 @@ HBPersistentStore::FetchResult HBPersistentStore::fetchRows(const HBEntityDescri
     for (int i = 0; i < binds.size(); ++i)
         select.bindVariant(i + 1, binds.at(i));
     bool ok = true;
+    RepeatedTexts texts;
     while (select.step(&ok))
-        result.rows.append(d->readRow(*t, select));
+        result.rows.append(d->readRow(*t, select, texts));
     if (!ok) {
         result.ok = false;
         result.error = HBError(errorDomain(), SQLITE_ERROR, select.errorString());
@@ -791,8 +816,9 @@ std::optional<HBStoreRow> HBPersistentStore::rowForObjectID(const HBManagedObjec
     t->byKey.bindInt64(1, objectID.primaryKey());
     bool ok = false;
     std::optional<HBStoreRow> row;
+    RepeatedTexts texts;
     if (t->byKey.step(&ok))
-        row = d->readRow(*t, t->byKey);
+        row = d->readRow(*t, t->byKey, texts);
     else if (!ok && error)
         *error = HBError(errorDomain(), SQLITE_ERROR, t->byKey.errorString());
     t->byKey.reset();
