@@ -583,6 +583,7 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
 
     QList<HBManagedObject *> candidates;
     bool filterAll = false;
+    bool unsorted = false;
     int sources = 0;
     if (m_parent) {
         HBError parentError;
@@ -605,6 +606,7 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
                 return {};
             }
             filterAll = filterAll || !rows.filtered;
+            unsorted = unsorted || !rows.sorted;
             // only rows of several files need merging in order
             if (!rows.rows.isEmpty())
                 ++sources;
@@ -645,7 +647,7 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
     for (HBManagedObject *object : updated)
         addFromMemory(object);
     const QList<HBSortDescriptor> sort = request.sortDescriptors();
-    if (!sort.isEmpty() && (addedInMemory || sources > 1 || filterAll || overlay))
+    if (!sort.isEmpty() && (addedInMemory || sources > 1 || filterAll || overlay || unsorted))
         sortObjects(results, sort);
     if (request.fetchLimit() > 0 && results.size() > request.fetchLimit())
         results.resize(request.fetchLimit());

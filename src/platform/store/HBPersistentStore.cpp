@@ -771,11 +771,24 @@ HBPersistentStore::FetchResult HBPersistentStore::fetchRows(const HBEntityDescri
         result.filtered = condition.has_value();
     }
     QStringList order;
+    bool wholeNumbers = true;
     for (const HBSortDescriptor &s : sortDescriptors) {
         const int index = t->columnByName.value(s.key, -1);
         if (index < 0)
             continue;
-        order << comparable(t->columns[size_t(index)]) + (s.ascending ? QStringLiteral(" ASC") : QStringLiteral(" DESC"));
+        const HBStoreColumn &c = t->columns[size_t(index)];
+        wholeNumbers = wholeNumbers && c.kind == HBStoreColumn::Kind::Attribute
+                       && (c.type == HBAttributeType::Integer || c.type == HBAttributeType::Date);
+        order << comparable(c) + (s.ascending ? QStringLiteral(" ASC") : QStringLiteral(" DESC"));
+    }
+    // Whole numbers compare alike here and in memory, and SQLite's sorter
+    // keeps ties in the order of its scan, as a stable sort of the scanned
+    // rows does. Unless rows are cut off, the caller sorts them: a
+    // segment's points come nearly in order already, and the sorter would
+    // copy every row of a hundred thousand.
+    if (!order.isEmpty() && wholeNumbers && !(fetchLimit > 0 && result.filtered)) {
+        order.clear();
+        result.sorted = false;
     }
     QStringList names{QStringLiteral("t.Z_PK"), QStringLiteral("t.Z_ENT")};
     for (const HBStoreColumn &c : t->columns)

@@ -59,6 +59,9 @@ public:
         // false when the predicate could not be written as SQL: the rows are
         // then every row of the entity and the caller filters them
         bool filtered = true;
+        // false when the rows come in the order the file scans them, for
+        // the caller to sort stably
+        bool sorted = true;
         QList<HBStoreRow> rows;
         HBError error;
     };

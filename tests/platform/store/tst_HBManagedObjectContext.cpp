@@ -37,8 +37,10 @@ class tst_HBManagedObjectContext : public QObject
     }
 
 private slots:
-    // Each file gives its rows sorted; the fetch merges the files' runs,
-    // and must come out in order however the runs interleave.
+    // Each file gives its rows sorted, or in the order it scans them for
+    // the context to sort; either way the fetch must come out in order
+    // however the files' runs interleave, with equal orders in the order
+    // they were saved, file by file (-1: no order at all, which sorts first).
     void sortedFetchOverSeveralFiles_data()
     {
         QTest::addColumn<QList<QList<int>>>("ordersByFile");
@@ -48,6 +50,11 @@ private slots:
         QTest::newRow("descending") << QList<QList<int>>{{5, 6, 7}, {0, 1}, {2, 3, 4}} << false;
         QTest::newRow("one file, one empty") << QList<QList<int>>{{9, 2, 4, 1}, {}, {}} << true;
         QTest::newRow("files in order already") << QList<QList<int>>{{0, 1}, {2, 3}, {4}} << true;
+        QTest::newRow("equal orders in one file") << QList<QList<int>>{{3, 1, 3, 0, 3, 1}, {}, {}} << true;
+        QTest::newRow("equal orders, descending") << QList<QList<int>>{{3, 1, 3, 0, 3, 1}, {}, {}} << false;
+        QTest::newRow("equal orders across files") << QList<QList<int>>{{2, 2, 0}, {2, 1}, {0, 2}} << true;
+        QTest::newRow("points without an order") << QList<QList<int>>{{4, -1, 2, -1}, {-1, 3}, {}} << true;
+        QTest::newRow("without an order, descending") << QList<QList<int>>{{4, -1, 2, -1}, {-1, 3}, {}} << false;
     }
 
     void sortedFetchOverSeveralFiles()
@@ -61,27 +68,33 @@ private slots:
         for (const QString &name : {QStringLiteral("2.sql"), QStringLiteral("3.sql")})
             files << f.coordinator->addPersistentStore(QStringLiteral("PointOnly"), f.dir.filePath(name), &error);
         QVERIFY(!files.contains(nullptr));
-        QList<int> expected;
+        QList<std::pair<int, QString>> expected;   // order and name, as saved
         auto root = f.newRootContext();
         root->performBlockAndWait([&] {
             for (qsizetype i = 0; i < ordersByFile.size(); ++i) {
                 for (int order : ordersByFile[i]) {
-                    root->assignObject(insert(*root, "HBTrackPoint", {{"order", order}}), files[i]);
-                    expected << order;
+                    const QString name = QStringLiteral("%1.%2").arg(i).arg(expected.size());
+                    QVariantMap values{{"name", name}};
+                    if (order >= 0)
+                        values.insert("order", order);
+                    root->assignObject(insert(*root, "HBTrackPoint", values), files[i]);
+                    expected.append({order, name});
                 }
             }
             QVERIFY(root->save(&error));
         });
-        std::sort(expected.begin(), expected.end());
-        if (!ascending)
-            std::reverse(expected.begin(), expected.end());
+        std::stable_sort(expected.begin(), expected.end(), [ascending](const auto &a, const auto &b) {
+            return ascending ? a.first < b.first : a.first > b.first;
+        });
         auto fresh = f.newRootContext();
-        QList<int> fetched;
+        QList<std::pair<int, QString>> fetched;
         fresh->performBlockAndWait([&] {
             HBFetchRequest r(QStringLiteral("HBTrackPoint"));
             r.setSortDescriptors({{QStringLiteral("order"), ascending}});
-            for (const HBManagedObject *o : fresh->executeFetchRequest(r))
-                fetched << o->valueForKey(QStringLiteral("order")).toInt();
+            for (const HBManagedObject *o : fresh->executeFetchRequest(r)) {
+                const QVariant order = o->valueForKey(QStringLiteral("order"));
+                fetched.append({order.isValid() ? order.toInt() : -1, o->valueForKey(QStringLiteral("name")).toString()});
+            }
         });
         QCOMPARE(fetched, expected);
     }
