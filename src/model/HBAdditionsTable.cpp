@@ -15,9 +15,26 @@ HBAdditionsTable::HBAdditionsTable(QString entityName, QString ownerKey, QString
 
 // The owner's rows when they were loaded ahead (a segment's points come
 // with theirs): the rows a fetch would give, in the same order.
+// Owners of one kind have the relationship at the same place: the place
+// found last is checked by name before the owner's properties are looked up
+// by name, which an export would do for each of a million points.
+const HBPropertyDescription *HBAdditionsTable::rowsProperty(const HBEntityDescription *entity) const
+{
+    if (!entity)
+        return nullptr;
+    const QList<const HBPropertyDescription *> &properties = entity->properties();
+    const int last = m_rowsPropertyIndex.load(std::memory_order_relaxed);
+    if (last >= 0 && last < properties.size() && properties[last]->name == m_ownersRowsKey)
+        return properties[last];
+    const HBPropertyDescription *found = entity->propertyNamed(m_ownersRowsKey);
+    if (found)
+        m_rowsPropertyIndex.store(found->index, std::memory_order_relaxed);
+    return found;
+}
+
 std::optional<QList<HBManagedObject *>> HBAdditionsTable::loadedRows(const HBManagedObject *owner) const
 {
-    const HBPropertyDescription *toOwner = owner->entity() ? owner->entity()->propertyNamed(m_ownersRowsKey) : nullptr;
+    const HBPropertyDescription *toOwner = rowsProperty(owner->entity());
     if (!toOwner || !toOwner->isToMany)
         return std::nullopt;
     return owner->managedObjectContext()->loadedRelatedObjects(owner, toOwner);

@@ -5,9 +5,12 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <atomic>
 #include <optional>
 
+class HBEntityDescription;
 class HBManagedObject;
+struct HBPropertyDescription;
 
 // The extra attributes of points and tracks: rows of (owner, key, value)
 // in a table of their own ("HBGeoPointAdditions" owned through "point",
@@ -35,6 +38,7 @@ public:
     void setValue(HBManagedObject *owner, const QVariant &value, const QString &key, NewRow newRow) const;
 
 private:
+    const HBPropertyDescription *rowsProperty(const HBEntityDescription *entity) const;
     std::optional<QList<HBManagedObject *>> loadedRows(const HBManagedObject *owner) const;
     HBManagedObject *firstRow(const HBManagedObject *owner, const QString &key) const;
     HBManagedObject *firstRow(const HBManagedObject *owner, const QString &key,
@@ -45,4 +49,5 @@ private:
     QString m_entityName;
     QString m_ownerKey;
     QString m_ownersRowsKey;
+    mutable std::atomic<int> m_rowsPropertyIndex{-1};
 };

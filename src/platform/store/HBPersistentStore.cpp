@@ -16,6 +16,7 @@
 #include <QJsonDocument>
 #include <QScopeGuard>
 #include <QUuid>
+#include <QVarLengthArray>
 
 #include <sqlite3.h>
 
@@ -381,19 +382,17 @@ HBStoreRow HBPersistentStore::Private::readRow(const HBStoreTable &t, const HBSq
     if (!row.entity)
         return row;
     const std::vector<int> &slotOf = t.slotsByEntity[row.entity->entityID()];
-    // room for exactly the values there are: a million points are read at once
-    const auto holdsValue = [&](size_t i) {
-        return slotOf[i] >= 0 && t.columns[i].kind != HBStoreColumn::Kind::ForeignEntity && !stmt.isNull(int(i) + 2);
-    };
-    size_t present = 0;
-    for (size_t i = 0; i < t.columns.size(); ++i)
-        present += holdsValue(i) ? 1 : 0;
-    row.values.reserve(present);
+    // the columns with values first, so that the row gets room for exactly
+    // those: a million points are read at once
+    QVarLengthArray<size_t, 32> present;
     for (size_t i = 0; i < t.columns.size(); ++i) {
+        if (slotOf[i] >= 0 && t.columns[i].kind != HBStoreColumn::Kind::ForeignEntity && !stmt.isNull(int(i) + 2))
+            present.append(i);
+    }
+    row.values.reserve(size_t(present.size()));
+    for (const size_t i : present) {
         const int column = int(i) + 2;
         const HBStoreColumn &c = t.columns[i];
-        if (!holdsValue(i))
-            continue;
         QVariant value;
         if (c.kind == HBStoreColumn::Kind::ForeignKey) {
             const HBEntityDescription *destination = c.destination;
