@@ -122,10 +122,10 @@ void HBXMLFileImportOperation::parserDidStartElement(ExpatXMLParser &parser, con
 void HBXMLFileImportOperation::parserFoundUTF8Characters(ExpatXMLParser &, QByteArrayView utf8)
 {
     if (!m_hasCurrentStringValue) {
-        m_currentStringBytes.resize(0);   // keeps the capacity
+        m_currentStringBytes.clear();   // keeps the capacity
         m_hasCurrentStringValue = true;
     }
-    m_currentStringBytes.append(utf8);
+    m_currentStringBytes.append(utf8.data(), size_t(utf8.size()));
 }
 
 QStringView HBXMLFileImportOperation::currentStringValue()
@@ -133,11 +133,11 @@ QStringView HBXMLFileImportOperation::currentStringValue()
     if (!m_hasCurrentStringValue)
         return {};
     // UTF-8 never takes more UTF-16 units than it has bytes
-    const qsizetype length = m_currentStringBytes.size();
+    const qsizetype length = qsizetype(m_currentStringBytes.size());
     m_currentStringValue.resize(length);
     // Numbers and times are plain ASCII, which widens byte by byte; the
     // decoder is only set up for the rest.
-    const char *bytes = m_currentStringBytes.constData();
+    const char *bytes = m_currentStringBytes.data();
     char16_t *units = reinterpret_cast<char16_t *>(m_currentStringValue.data());
     qsizetype i = 0;
     for (; i < length && uchar(bytes[i]) < 0x80; ++i)
@@ -145,7 +145,7 @@ QStringView HBXMLFileImportOperation::currentStringValue()
     if (i == length)
         return m_currentStringValue;
     QStringDecoder decoder(QStringDecoder::Utf8);
-    const QChar *end = decoder.appendToBuffer(m_currentStringValue.data(), m_currentStringBytes);
+    const QChar *end = decoder.appendToBuffer(m_currentStringValue.data(), QByteArrayView(bytes, length));
     m_currentStringValue.truncate(end - m_currentStringValue.constData());
     return m_currentStringValue;
 }

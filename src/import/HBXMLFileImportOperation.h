@@ -13,6 +13,7 @@
 #include <atomic>
 #include <memory>
 #include <optional>
+#include <string>
 
 class ExpatXMLParser;
 class HBEvent;
@@ -175,7 +176,9 @@ private:
     // is read: most of it is white space between elements. Both buffers
     // serve every element, so their capacity is reused rather than a string
     // grown anew per element.
-    QByteArray m_currentStringBytes;
+    // std::string: appended to at every piece of text between tags, and
+    // its append is a plain copy
+    std::string m_currentStringBytes;
     QString m_currentStringValue;
     bool m_hasCurrentStringValue = false;
 };
