@@ -99,11 +99,17 @@ std::optional<Bounds> boundsOf(const QList<HBWaypoint *> &waypoints, const QList
     };
     for (const HBWaypoint *w : waypoints)
         add(w);
-    for (const HBTrack *t : tracks) {
-        for (HBTrackSegment *s : t->segments()) {
-            for (const HBTrackPoint *p : s->points())
-                add(p);
-        }
+    // Every segment's points are loaded here, and stay loaded for the
+    // writing: the next segment's rows are read while this one's become
+    // objects.
+    QList<HBTrackSegment *> segments;
+    for (const HBTrack *t : tracks)
+        segments += t->segments();
+    for (qsizetype i = 0; i < segments.size(); ++i) {
+        if (i + 1 < segments.size())
+            segments[i + 1]->readAheadPoints();
+        for (const HBTrackPoint *p : segments[i]->points())
+            add(p);
     }
     if (!bounds.latitude.low || !bounds.longitude.low)
         return std::nullopt;

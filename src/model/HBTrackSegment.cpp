@@ -243,12 +243,12 @@ QString HBTrackSegment::uriString() const
 
 // --- loading -----------------------------------------------------------------------------
 
-QList<HBTrackPoint *> HBTrackSegment::fetchPoints() const
+std::optional<HBFetchRequest> HBTrackSegment::pointsFetchRequest() const
 {
     const HBTrackSegmentPointURIs *record = trackPointURIs();
     const QByteArray data = record ? record->data() : QByteArray();
     if (data.isEmpty())
-        return {};
+        return std::nullopt;
     HBManagedObjectContext *context = managedObjectContext();
     HBPersistentStoreCoordinator *coordinator = context->persistentStoreCoordinator();
     QList<HBManagedObjectID> ids =
@@ -261,7 +261,7 @@ QList<HBTrackPoint *> HBTrackSegment::fetchPoints() const
             .value_or(QList<HBManagedObjectID>());
     ids.removeIf([](const HBManagedObjectID &id) { return id.isNull(); });
     if (ids.isEmpty())
-        return {};
+        return std::nullopt;
     HBFetchRequest request(QStringLiteral("HBTrackPoint"));
     request.setPredicate(HBPredicate::format(QStringLiteral("self IN %@"), {QVariant::fromValue(ids)}));
     request.setReturnsObjectsAsFaults(false);
@@ -269,8 +269,27 @@ QList<HBTrackPoint *> HBTrackSegment::fetchPoints() const
     // their extra attributes in the same pass: an export reads several of
     // each point, which would otherwise be a fetch each
     request.setRelationshipKeyPathsForPrefetching({QStringLiteral("additionalAttributes")});
+    return request;
+}
+
+void HBTrackSegment::readAheadPoints() const
+{
+    if (m_pointsLoaded || m_pointsRequest)
+        return;
+    m_pointsRequest = pointsFetchRequest();
+    if (m_pointsRequest)
+        managedObjectContext()->readAhead(*m_pointsRequest);
+}
+
+QList<HBTrackPoint *> HBTrackSegment::fetchPoints() const
+{
+    std::optional<HBFetchRequest> request = std::exchange(m_pointsRequest, std::nullopt);
+    if (!request)
+        request = pointsFetchRequest();
+    if (!request)
+        return {};
     QList<HBTrackPoint *> result;
-    for (HBManagedObject *o : context->executeFetchRequest(request))
+    for (HBManagedObject *o : managedObjectContext()->executeFetchRequest(*request))
         result.append(static_cast<HBTrackPoint *>(o));
     return result;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/store/HBFetchRequest.h"
 #include "platform/store/HBManagedObject.h"
 
 #include <QDateTime>
@@ -58,6 +59,10 @@ public:
     void addPoint(HBTrackPoint *point) { insertObject(point, countOfPoints()); }
     void removePoint(HBTrackPoint *point);
     bool pointsAreLoaded() const { return m_pointsLoaded; }
+    // Starts reading the points' rows on a thread of their own, for a
+    // caller about to work through several segments: it asks the next
+    // segment to read ahead, then loads this one's points.
+    void readAheadPoints() const;
 
     // The points named by the URI list, ordered by their order.
     QList<HBTrackPoint *> fetchPoints() const;
@@ -91,8 +96,12 @@ private:
     std::optional<double> optionalDouble(const QString &key) const;
     void dropPointURIs();
 
+    std::optional<HBFetchRequest> pointsFetchRequest() const;
+
     QList<HBTrackPoint *> m_pointCache;
     bool m_pointsLoaded = false;
+    // the fetch a read-ahead was started for, until the points are loaded
+    mutable std::optional<HBFetchRequest> m_pointsRequest;
     std::shared_ptr<HBMultiPointGeometry> m_geometry;
     QVariant m_objectOwner;
     mutable HBManagedObjectID m_uriStringID;

@@ -147,6 +147,31 @@ void sortObjects(QList<HBManagedObject *> &objects, const QList<HBSortDescriptor
         objects[qsizetype(i)] = keyed[i].object;
 }
 
+// Each file's rows for a fetch, in the coordinator's order of files.
+HBStoreRowsRead readRows(const QList<HBPersistentStore *> &stores, const HBEntityDescription *entity,
+                         const HBPredicate &predicate, const QList<HBSortDescriptor> &sort, int fetchLimit)
+{
+    HBStoreRowsRead read;
+    for (HBPersistentStore *store : stores) {
+        if (store->holdsEntity(entity))
+            read.emplace_back(store, store->fetchRows(entity, predicate, sort, fetchLimit));
+    }
+    return read;
+}
+
+bool sameFetch(const HBFetchRequest &a, const HBFetchRequest &b)
+{
+    const QList<HBSortDescriptor> sortA = a.sortDescriptors(), sortB = b.sortDescriptors();
+    return a.entityName() == b.entityName() && a.predicate().sharesTreeWith(b.predicate())
+           && a.fetchLimit() == b.fetchLimit()
+           && std::equal(sortA.begin(), sortA.end(), sortB.begin(), sortB.end(), [](const auto &x, const auto &y) {
+                  return x.key == y.key && x.ascending == y.ascending;
+              });
+}
+
+// A few segments ahead at most: each holds its rows until they are asked for.
+constexpr size_t kMaxReadAheads = 4;
+
 HBError contextError(int code, const QString &description)
 {
     return HBError(HBManagedObjectContext::errorDomain(), code, description);
@@ -542,6 +567,41 @@ QList<HBManagedObjectContext::Snapshot> HBManagedObjectContext::fetchSnapshots(c
     return snapshots;
 }
 
+void HBManagedObjectContext::readAhead(const HBFetchRequest &request)
+{
+    HBPersistentStoreCoordinator *coordinator = m_parent ? nullptr : m_coordinator;
+    const HBEntityDescription *entity = coordinator ? coordinator->managedObjectModel()->entityNamed(request.entityName()) : nullptr;
+    if (!entity || d->hasUnsavedChanges(entity->rootEntity()) || d->readAheads.size() >= kMaxReadAheads)
+        return;
+    HBReadAhead ahead{request, d->saveSerial, coordinator->storesGeneration(), {}};
+    ahead.rows = std::async(std::launch::async,
+                            [stores = coordinator->persistentStores(), entity,
+                             predicate = request.predicate().isValid() ? request.predicate() : HBPredicate::truePredicate(),
+                             sort = request.sortDescriptors(), limit = request.fetchLimit()] {
+                                return readRows(stores, entity, predicate, sort, limit);
+                            });
+    d->readAheads.push_back(std::move(ahead));
+}
+
+// The rows read ahead for the request, once read; nullopt when there are
+// none or they are no longer good. Waiting for them cannot block on a file
+// this thread holds: the files are only held while a save writes, and a
+// save neither fetches nor takes rows read before it.
+std::optional<HBStoreRowsRead> HBManagedObjectContext::Private::takeReadAhead(const HBFetchRequest &request, bool overlay,
+                                                                             quint64 storesGeneration)
+{
+    const auto match = std::find_if(readAheads.begin(), readAheads.end(),
+                                    [&request](const HBReadAhead &r) { return sameFetch(r.request, request); });
+    if (match == readAheads.end())
+        return std::nullopt;
+    HBReadAhead taken = std::move(*match);
+    readAheads.erase(match);
+    HBStoreRowsRead rows = taken.rows.get();
+    if (overlay || taken.saveSerial != saveSerial || taken.storesGeneration != storesGeneration)
+        return std::nullopt;
+    return rows;
+}
+
 QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFetchRequest &request, HBError *error)
 {
     HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
@@ -596,10 +656,10 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
         }
         sources = 1;
     } else {
-        for (HBPersistentStore *store : coordinator->persistentStores()) {
-            if (!store->holdsEntity(entity))
-                continue;
-            HBPersistentStore::FetchResult rows = store->fetchRows(entity, predicate, below.sortDescriptors(), below.fetchLimit());
+        std::optional<HBStoreRowsRead> read = d->takeReadAhead(request, overlay, coordinator->storesGeneration());
+        if (!read)
+            read = readRows(coordinator->persistentStores(), entity, predicate, below.sortDescriptors(), below.fetchLimit());
+        for (auto &[store, rows] : *read) {
             if (!rows.ok) {
                 if (error)
                     *error = rows.error;
@@ -1153,6 +1213,7 @@ void HBManagedObjectContext::reset()
     d->updatedByRoot.clear();
     d->graveyard.clear();
     d->forgetAllMembers();
+    d->readAheads.clear();   // waits for any still being read
     if (all.size() >= HBDeferredDeletion::worthAThread)
         HBDeferredDeletion::deleteObjects(std::move(all));
     else

@@ -78,6 +78,13 @@ public:
     std::optional<QList<HBManagedObject *>> loadedRelatedObjects(const HBManagedObject *object,
                                                                  const HBPropertyDescription *property) const;
     QList<HBManagedObject *> executeFetchRequest(const HBFetchRequest &request, HBError *error = nullptr);
+    // Starts reading the rows the files hold for the request on a thread
+    // of its own, so that the work done meanwhile overlaps the reading; the
+    // next executeFetchRequest of a copy of this request takes them. They
+    // are read again instead if this context saves, or has unsaved changes
+    // to the entity, or the coordinator gains a file in between. Only a
+    // context over a coordinator reads ahead.
+    void readAhead(const HBFetchRequest &request);
     QList<HBManagedObjectID> executeFetchRequestForObjectIDs(const HBFetchRequest &request, HBError *error = nullptr);
     qsizetype countForFetchRequest(const HBFetchRequest &request, HBError *error = nullptr);
 

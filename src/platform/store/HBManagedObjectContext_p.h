@@ -1,6 +1,8 @@
 #pragma once
 
+#include "platform/store/HBFetchRequest.h"
 #include "platform/store/HBManagedObjectContext.h"
+#include "platform/store/HBPersistentStore.h"
 #include "platform/store/HBStoreRow.h"
 
 #include <QHash>
@@ -9,6 +11,7 @@
 #include <QSet>
 
 #include <deque>
+#include <future>
 #include <optional>
 #include <vector>
 
@@ -20,6 +23,20 @@ struct HBManagedObjectContext::Snapshot
 {
     HBManagedObjectID id;
     HBRowValues values;
+};
+
+// What each file gave for one fetch, in the coordinator's order of files.
+using HBStoreRowsRead = std::vector<std::pair<HBPersistentStore *, HBPersistentStore::FetchResult>>;
+
+// Rows of a fetch being read on a thread of their own, and what they are
+// only good for: the request, read before any later save of this context
+// and with the files the coordinator had then.
+struct HBReadAhead
+{
+    HBFetchRequest request;
+    quint32 saveSerial = 0;
+    quint64 storesGeneration = 0;
+    std::future<HBStoreRowsRead> rows;
 };
 
 struct HBManagedObjectContext::Private
@@ -55,6 +72,8 @@ struct HBManagedObjectContext::Private
     // Lists of to-many members cached on the objects are good while their
     // generation is this one; any change to a relationship forgets them all.
     quint64 membersGeneration = 1;
+    std::vector<HBReadAhead> readAheads;
+    std::optional<HBStoreRowsRead> takeReadAhead(const HBFetchRequest &request, bool overlay, quint64 storesGeneration);
     void forgetAllMembers() { ++membersGeneration; }
 
     // Whether what the files hold of the table is changed here unsaved: its

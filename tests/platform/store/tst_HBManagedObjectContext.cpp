@@ -10,6 +10,7 @@
 #include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTest>
+#include <QThread>
 
 // Contexts over real store files: what a save writes must come back after
 // the files are closed and opened again, through another coordinator too,
@@ -95,6 +96,72 @@ private slots:
                 const QVariant order = o->valueForKey(QStringLiteral("order"));
                 fetched.append({order.isValid() ? order.toInt() : -1, o->valueForKey(QStringLiteral("name")).toString()});
             }
+        });
+        QCOMPARE(fetched, expected);
+    }
+
+    // Rows read ahead serve the next fetch of the request only while they
+    // are what the files hold for it: a save of the context or a file added
+    // in between makes the fetch read again.
+    void readAheadServesTheFetchUnlessTheFilesMovedOn_data()
+    {
+        QTest::addColumn<QString>("between");
+        QTest::addColumn<QStringList>("expected");
+        const QStringList saved{"a", "b", "c", "d"};
+        QTest::newRow("nothing") << QString() << saved;
+        QTest::newRow("a save") << "save" << saved + QStringList{"e"};
+        QTest::newRow("a file added") << "file" << QStringList{"a", "b", "x", "c", "d"};
+    }
+
+    void readAheadServesTheFetchUnlessTheFilesMovedOn()
+    {
+        QFETCH(QString, between);
+        QFETCH(QStringList, expected);
+        StoreFixture f;
+        QVERIFY(f.open());
+        HBError error;
+        HBPersistentStore *second = f.coordinator->addPersistentStore(QStringLiteral("PointOnly"), f.dir.filePath("2.sql"), &error);
+        QVERIFY(second);
+        const QString thirdPath = f.dir.filePath("3.sql");
+        {
+            // a file that another coordinator wrote, opened here later
+            HBPersistentStoreCoordinator other(HBTrackDataModel::model());
+            HBPersistentStore *third = other.addPersistentStore(QStringLiteral("PointOnly"), thirdPath, &error);
+            QVERIFY(third);
+            HBManagedObjectContext writer(HBManagedObjectContext::PrivateQueueConcurrencyType);
+            writer.setPersistentStoreCoordinator(&other);
+            writer.performBlockAndWait([&] {
+                writer.assignObject(insert(writer, "HBTrackPoint", {{"name", "x"}, {"order", 2}}), third);
+                QVERIFY(writer.save(&error));
+            });
+        }
+        auto root = f.newRootContext();
+        const QList<std::pair<QString, int>> rows{{"a", 0}, {"b", 1}, {"c", 3}, {"d", 4}};
+        root->performBlockAndWait([&] {
+            for (const auto &[name, order] : rows)
+                root->assignObject(insert(*root, "HBTrackPoint", {{"name", name}, {"order", order}}), order % 2 ? second : f.points);
+            QVERIFY(root->save(&error));
+        });
+
+        auto reader = f.newRootContext();
+        QStringList fetched;
+        reader->performBlockAndWait([&] {
+            HBFetchRequest request(QStringLiteral("HBTrackPoint"));
+            request.setPredicate(HBPredicate::format(QStringLiteral("order >= %@"), {0}));
+            request.setSortDescriptors({{QStringLiteral("order"), true}});
+            reader->readAhead(request);
+            // time for the reading to end first, as it would while an
+            // exporter works, so that a read that is no longer good is there
+            // to be taken
+            QThread::msleep(200);
+            if (between == "save") {
+                reader->assignObject(insert(*reader, "HBTrackPoint", {{"name", "e"}, {"order", 5}}), f.points);
+                QVERIFY(reader->save(&error));
+            } else if (between == "file") {
+                QVERIFY(f.coordinator->addPersistentStore(QStringLiteral("PointOnly"), thirdPath, &error));
+            }
+            for (const HBManagedObject *o : reader->executeFetchRequest(request))
+                fetched << o->valueForKey(QStringLiteral("name")).toString();
         });
         QCOMPARE(fetched, expected);
     }
