@@ -204,6 +204,17 @@ struct HBPersistentStore::Private
                  const HBRowValues &values);
     static void bindValue(const HBStoreColumn &column, HBSqliteStatement &stmt, int parameter, const QVariant &value);
     HBStoreRow readRow(const HBStoreTable &t, const HBSqliteStatement &stmt, RepeatedTexts &texts) const;
+    // An empty table answers a fetch at once: a segment's points ask every
+    // point file for their extras, which most files have none of, and
+    // writing out the question would cost more than the answer.
+    bool isEmpty(const HBStoreTable &t)
+    {
+        HBSqliteStatement &any = queries.statement(QStringLiteral("SELECT 1 FROM %1 LIMIT 1").arg(quoted(t.name)));
+        bool ok = false;
+        const bool found = any.step(&ok);
+        any.reset();
+        return ok && !found;
+    }
     std::optional<QString> compile(const HBStoreTable &t, const HBPredicate &p, QVariantList *binds) const;
     std::optional<QString> compileComparison(const HBStoreTable &t, const HBPredicate &p, QVariantList *binds) const;
 };
@@ -757,7 +768,7 @@ HBPersistentStore::FetchResult HBPersistentStore::fetchRows(const HBEntityDescri
     QMutexLocker lock(&m_mutex);
     FetchResult result;
     const HBStoreTable *t = d->table(entity);
-    if (!t || !m_model->configurationContains(m_configuration, entity))
+    if (!t || !m_model->configurationContains(m_configuration, entity) || d->isEmpty(*t))
         return result;
     QString where = QStringLiteral("t.Z_ENT IN (%1)").arg(entityNumbers(entity));
     QVariantList binds;
