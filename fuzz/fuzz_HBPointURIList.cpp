@@ -5,6 +5,7 @@
 // promise traps.
 
 #include "model/HBPointURIList.h"
+#include "platform/store/HBManagedObjectID.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -21,6 +22,26 @@ void check(bool condition)
 // would only measure the allocator.
 constexpr qsizetype largestDecoded = 100'000;
 
+// Reading a value as parts (store, entity, key) or texts must name the same
+// entries, in the same order, as reading it as texts.
+bool partsRebuildTheTexts(QByteArrayView data, const QStringList &texts)
+{
+    QStringList rebuilt;
+    const auto decoded = HBPointURIList::decodeIDs(
+        data,
+        [&rebuilt](QStringView store, QStringView entity) {
+            return [&rebuilt, prefix = QStringLiteral("x-hbgps://%1/%2/p").arg(store, entity)](qint64 key) {
+                rebuilt << prefix + QString::number(key);
+                return HBManagedObjectID();
+            };
+        },
+        [&rebuilt](const QString &text) {
+            rebuilt << text;
+            return HBManagedObjectID();
+        });
+    return decoded && decoded->size() == texts.size() && rebuilt == texts;
+}
+
 void readStoredValue(QByteArrayView data)
 {
     const qsizetype count = HBPointURIList::count(data);
@@ -34,6 +55,7 @@ void readStoredValue(QByteArrayView data)
     check(texts && uris && texts->size() == count && uris->size() == count);
     check(count == 0 ? !last : last == texts->last());
     check(HBPointURIList::decodeStrings(HBPointURIList::encode(*texts)) == texts);
+    check(partsRebuildTheTexts(data, *texts));
 }
 
 void writeTexts(QByteArrayView data)
