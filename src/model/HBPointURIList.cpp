@@ -4,6 +4,7 @@
 #include "platform/store/HBManagedObjectID.h"
 
 #include <QHash>
+#include <QStringDecoder>
 #include <QVarLengthArray>
 #include <QtEndian>
 
@@ -424,8 +425,12 @@ private:
 
 QString textFrom(QByteArrayView bytes, RunKind kind)
 {
-    if (kind == Utf8Run)
-        return QString::fromUtf8(bytes);
+    if (kind == Utf8Run) {
+        // A text may begin with U+FEFF: it is kept, not taken for a byte
+        // order mark and dropped.
+        QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom);
+        return decoder.decode(bytes);
+    }
     QString text(bytes.size() / 2, Qt::Uninitialized);
     for (qsizetype i = 0; i < text.size(); ++i)
         text[i] = QChar(qFromLittleEndian<quint16>(bytes.data() + 2 * i));

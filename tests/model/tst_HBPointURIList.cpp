@@ -62,6 +62,8 @@ const QStringList literalTexts{
     QStringLiteral("x-hbgps://h\u00f6st/HBTrackPoint/p12"),
     QStringLiteral("x-hbgps://%1/Track%20Point/p12").arg(storeA),
     QStringLiteral("emoji \U0001F6B2 and a lone surrogate ") + QChar(0xD800),
+    QStringLiteral("\uFEFFx-hbgps://%1/HBTrackPoint/p12").arg(storeA),          // begins with U+FEFF
+    QString(QChar(0xFEFF)),
 };
 
 // Every run kind: a sequence, key differences, UTF-8 and UTF-16 text.
