@@ -136,7 +136,8 @@ QStringView HBXMLFileImportOperation::currentStringValue()
     const qsizetype length = qsizetype(m_currentStringBytes.size());
     m_currentStringValue.resize(length);
     // Numbers and times are plain ASCII, which widens byte by byte; the
-    // decoder is only set up for the rest.
+    // decoder is only set up for the rest, and keeps a leading U+FEFF as
+    // the character it is here.
     const char *bytes = m_currentStringBytes.data();
     char16_t *units = reinterpret_cast<char16_t *>(m_currentStringValue.data());
     qsizetype i = 0;
@@ -144,7 +145,7 @@ QStringView HBXMLFileImportOperation::currentStringValue()
         units[i] = char16_t(bytes[i]);
     if (i == length)
         return m_currentStringValue;
-    QStringDecoder decoder(QStringDecoder::Utf8);
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom);
     const QChar *end = decoder.appendToBuffer(m_currentStringValue.data(), QByteArrayView(bytes, length));
     m_currentStringValue.truncate(end - m_currentStringValue.constData());
     return m_currentStringValue;

@@ -107,6 +107,10 @@ private slots:
         QTest::newRow("text in pieces: CDATA, entities, character references")
             << QByteArray("<wpt lat=\"1\" lon=\"2\"><name><![CDATA[A & B]]></name><cmt>x &amp; y &#233;</cmt></wpt>")
             << QStringList{QStringLiteral("waypoint 1 1 2 name=A & B cmt=x & y \u00e9")};
+        // U+FEFF inside a document is a character like any other
+        QTest::newRow("text that begins with U+FEFF")
+            << QByteArray("<wpt lat=\"1\" lon=\"2\"><name>&#xFEFF;N</name><cmt>\xEF\xBB\xBF" "C</cmt></wpt>")
+            << QStringList{QStringLiteral("waypoint 1 1 2 name=\uFEFFN cmt=\uFEFFC")};
     }
 
     void elementsLandInTheirAttributes()

@@ -108,7 +108,7 @@ public:
         const QByteArrayView utf8 = stmt.utf8(column);
         if (bytes.isNull() || utf8 != bytes) {
             bytes = utf8.toByteArray();
-            text = QString::fromUtf8(utf8);
+            text = HBSqliteStatement::textFromUtf8(utf8);
         }
         return text;
     }

@@ -1,5 +1,7 @@
 #include "platform/store/HBSqliteStatement.h"
 
+#include <QStringDecoder>
+
 #include <sqlite3.h>
 
 HBSqliteStatement::HBSqliteStatement(sqlite3 *db, const QString &sql)
@@ -152,7 +154,17 @@ double HBSqliteStatement::doubleValue(int column) const { return sqlite3_column_
 
 QString HBSqliteStatement::text(int column) const
 {
-    return QString::fromUtf8(utf8(column));
+    return textFromUtf8(utf8(column));
+}
+
+// QString::fromUtf8 would take a leading U+FEFF for a byte order mark and
+// drop it; a stored text keeps every character it was given.
+QString HBSqliteStatement::textFromUtf8(QByteArrayView utf8)
+{
+    if (!utf8.startsWith("\xEF\xBB\xBF"))
+        return QString::fromUtf8(utf8);
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom);
+    return decoder.decode(utf8);
 }
 
 QByteArrayView HBSqliteStatement::utf8(int column) const

@@ -53,6 +53,7 @@ public:
     qint64 int64(int column) const;
     double doubleValue(int column) const;
     QString text(int column) const;
+    static QString textFromUtf8(QByteArrayView utf8);
     // The text's bytes where SQLite keeps them, until the next step or reset.
     QByteArrayView utf8(int column) const;
     QByteArray blob(int column) const;
