@@ -8,8 +8,6 @@
 #include "model/HBTrack.h"
 #include "model/HBTrackPoint.h"
 #include "model/HBTrackSegment.h"
-#include "model/HBTrackSegmentPointURIs.h"
-#include "model/HBPointURIList.h"
 #include "model/HBWaypoint.h"
 #include "model/HBTrackDataModel.h"
 #include "platform/HBLogging.h"
@@ -809,20 +807,13 @@ QList<HBTrackPoint *> HBTrackManager::batchFaultGraphFromImportSource(HBManagedO
     HBManagedObjectContext *root = managedObjectContext();
     QList<HBTrackPoint *> points;
     root->performBlockAndWait([&] {
-        HBPersistentStoreCoordinator *coordinator = root->persistentStoreCoordinator();
         QList<HBManagedObjectID> ids;
         const QList<HBManagedObject *> tracks = fetchLoaded(
             root, QStringLiteral("HBTrack"), HBPredicate::format(QStringLiteral("importSource == %@"), {QVariant::fromValue(importSource->objectID())}),
             {QStringLiteral("trackSegments")});
         for (const HBManagedObject *t : tracks) {
-            for (const HBTrackSegment *s : static_cast<const HBTrack *>(t)->segments()) {
-                const HBTrackSegmentPointURIs *list = s->trackPointURIs();
-                for (const QString &uri : HBPointURIList::decodeStrings(list ? list->data() : QByteArray()).value_or(QStringList())) {
-                    const HBManagedObjectID id = coordinator->managedObjectIDForURIString(uri);
-                    if (!id.isNull())
-                        ids.append(id);
-                }
-            }
+            for (const HBTrackSegment *s : static_cast<const HBTrack *>(t)->segments())
+                ids += s->pointIDs();
         }
         if (ids.isEmpty())
             return;

@@ -243,14 +243,13 @@ QString HBTrackSegment::uriString() const
 
 // --- loading -----------------------------------------------------------------------------
 
-std::optional<HBFetchRequest> HBTrackSegment::pointsFetchRequest() const
+QList<HBManagedObjectID> HBTrackSegment::pointIDs() const
 {
     const HBTrackSegmentPointURIs *record = trackPointURIs();
     const QByteArray data = record ? record->data() : QByteArray();
-    if (data.isEmpty())
-        return std::nullopt;
-    HBManagedObjectContext *context = managedObjectContext();
-    HBPersistentStoreCoordinator *coordinator = context->persistentStoreCoordinator();
+    HBPersistentStoreCoordinator *coordinator = managedObjectContext()->persistentStoreCoordinator();
+    if (data.isEmpty() || !coordinator)
+        return {};
     QList<HBManagedObjectID> ids =
         HBPointURIList::decodeIDs(
             data,
@@ -260,6 +259,12 @@ std::optional<HBFetchRequest> HBTrackSegment::pointsFetchRequest() const
             [coordinator](const QString &uri) { return coordinator->managedObjectIDForURIString(uri); })
             .value_or(QList<HBManagedObjectID>());
     ids.removeIf([](const HBManagedObjectID &id) { return id.isNull(); });
+    return ids;
+}
+
+std::optional<HBFetchRequest> HBTrackSegment::pointsFetchRequest() const
+{
+    const QList<HBManagedObjectID> ids = pointIDs();
     if (ids.isEmpty())
         return std::nullopt;
     HBFetchRequest request(QStringLiteral("HBTrackPoint"));

@@ -66,6 +66,9 @@ public:
 
     // The points named by the URI list, ordered by their order.
     QList<HBTrackPoint *> fetchPoints() const;
+    // The IDs the URI list names, in its order, without those that name no
+    // record a store of this context's coordinator could hold.
+    QList<HBManagedObjectID> pointIDs() const;
     // The point at the index of the URI list, without loading the others.
     HBTrackPoint *fetchPointAtIndex(qsizetype index) const;
     void saveTrackPointURIs();
