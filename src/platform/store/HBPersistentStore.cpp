@@ -207,12 +207,11 @@ struct HBPersistentStore::Private
     // An empty table answers a fetch at once: a segment's points ask every
     // point file for their extras, which most files have none of, and
     // writing out the question would cost more than the answer.
-    bool isEmpty(const HBStoreTable &t)
+    static bool isEmpty(HBStoreTable &t)
     {
-        HBSqliteStatement &any = queries.statement(QStringLiteral("SELECT 1 FROM %1 LIMIT 1").arg(quoted(t.name)));
         bool ok = false;
-        const bool found = any.step(&ok);
-        any.reset();
+        const bool found = t.anyRow.step(&ok);
+        t.anyRow.reset();
         return ok && !found;
     }
     std::optional<QString> compile(const HBStoreTable &t, const HBPredicate &p, QVariantList *binds) const;
@@ -316,7 +315,8 @@ bool HBPersistentStore::Private::prepareStatements(HBStoreTable &t, HBError *err
     t.remove = HBSqliteStatement(db.get(), QStringLiteral("DELETE FROM %1 WHERE Z_PK = ?").arg(quoted(t.name)));
     t.byKey = HBSqliteStatement(db.get(), QStringLiteral("SELECT %1 FROM %2 t WHERE Z_PK = ?")
                                               .arg(names.join(u','), quoted(t.name)));
-    for (const HBSqliteStatement *s : {&t.insert, &t.update, &t.remove, &t.byKey}) {
+    t.anyRow = HBSqliteStatement(db.get(), QStringLiteral("SELECT 1 FROM %1 LIMIT 1").arg(quoted(t.name)));
+    for (const HBSqliteStatement *s : {&t.insert, &t.update, &t.remove, &t.byKey, &t.anyRow}) {
         if (!s->isValid()) {
             if (error)
                 *error = HBError(HBPersistentStore::errorDomain(), SQLITE_ERROR, s->errorString());
@@ -767,8 +767,8 @@ HBPersistentStore::FetchResult HBPersistentStore::fetchRows(const HBEntityDescri
 {
     QMutexLocker lock(&m_mutex);
     FetchResult result;
-    const HBStoreTable *t = d->table(entity);
-    if (!t || !m_model->configurationContains(m_configuration, entity) || d->isEmpty(*t))
+    HBStoreTable *t = d->table(entity);
+    if (!t || !m_model->configurationContains(m_configuration, entity) || Private::isEmpty(*t))
         return result;
     QString where = QStringLiteral("t.Z_ENT IN (%1)").arg(entityNumbers(entity));
     QVariantList binds;

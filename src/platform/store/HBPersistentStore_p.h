@@ -38,4 +38,5 @@ struct HBStoreTable
     HBSqliteStatement update;
     HBSqliteStatement remove;
     HBSqliteStatement byKey;
+    HBSqliteStatement anyRow;
 };
