@@ -93,6 +93,15 @@ private:
         int index = -1;
         QList<HBManagedObject *> members;
         std::unique_ptr<CachedMembers> next;
+
+        // The entry for the relationship in the list from first, good or not.
+        static CachedMembers *find(const std::unique_ptr<CachedMembers> &first, int index)
+        {
+            CachedMembers *c = first.get();
+            while (c && c->index != index)
+                c = c->next.get();
+            return c;
+        }
     };
 
     HBRowValues m_values;

@@ -466,19 +466,14 @@ void HBManagedObjectContext::forgetCachedMembership(const HBManagedObject *objec
 
 QList<HBManagedObject *> *HBManagedObjectContext::cachedMembers(const HBManagedObject *owner, int index) const
 {
-    for (HBManagedObject::CachedMembers *c = owner->m_cachedMembers.get(); c; c = c->next.get()) {
-        if (c->index == index)
-            return c->generation == d->membersGeneration ? &c->members : nullptr;
-    }
-    return nullptr;
+    HBManagedObject::CachedMembers *c = HBManagedObject::CachedMembers::find(owner->m_cachedMembers, index);
+    return c && c->generation == d->membersGeneration ? &c->members : nullptr;
 }
 
 void HBManagedObjectContext::cacheMembers(const HBManagedObject *owner, int index,
                                           const QList<HBManagedObject *> &members) const
 {
-    HBManagedObject::CachedMembers *c = owner->m_cachedMembers.get();
-    while (c && c->index != index)
-        c = c->next.get();
+    HBManagedObject::CachedMembers *c = HBManagedObject::CachedMembers::find(owner->m_cachedMembers, index);
     if (!c) {
         auto added = std::make_unique<HBManagedObject::CachedMembers>();
         added->index = index;
