@@ -159,6 +159,17 @@ HBStoreRowsRead readRows(const QList<HBPersistentStore *> &stores, const HBEntit
     return read;
 }
 
+const HBEntityDescription *fetchedEntity(const HBPersistentStoreCoordinator *coordinator, const HBFetchRequest &request)
+{
+    return coordinator ? coordinator->managedObjectModel()->entityNamed(request.entityName()) : nullptr;
+}
+
+// A request without a predicate fetches every record.
+HBPredicate fetchedPredicate(const HBFetchRequest &request)
+{
+    return request.predicate().isValid() ? request.predicate() : HBPredicate::truePredicate();
+}
+
 bool sameFetch(const HBFetchRequest &a, const HBFetchRequest &b)
 {
     const QList<HBSortDescriptor> sortA = a.sortDescriptors(), sortB = b.sortDescriptors();
@@ -565,13 +576,13 @@ QList<HBManagedObjectContext::Snapshot> HBManagedObjectContext::fetchSnapshots(c
 void HBManagedObjectContext::readAhead(const HBFetchRequest &request)
 {
     HBPersistentStoreCoordinator *coordinator = m_parent ? nullptr : m_coordinator;
-    const HBEntityDescription *entity = coordinator ? coordinator->managedObjectModel()->entityNamed(request.entityName()) : nullptr;
+    const HBEntityDescription *entity = fetchedEntity(coordinator, request);
     if (!entity || d->hasUnsavedChanges(entity->rootEntity()) || d->readAheads.size() >= kMaxReadAheads)
         return;
     HBReadAhead ahead{request, d->saveSerial, coordinator->storesGeneration(), {}};
     ahead.rows = std::async(std::launch::async,
                             [stores = coordinator->persistentStores(), entity,
-                             predicate = request.predicate().isValid() ? request.predicate() : HBPredicate::truePredicate(),
+                             predicate = fetchedPredicate(request),
                              sort = request.sortDescriptors(), limit = request.fetchLimit()] {
                                 return readRows(stores, entity, predicate, sort, limit);
                             });
@@ -600,13 +611,13 @@ std::optional<HBStoreRowsRead> HBManagedObjectContext::Private::takeReadAhead(co
 QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFetchRequest &request, HBError *error)
 {
     HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
-    const HBEntityDescription *entity = coordinator ? coordinator->managedObjectModel()->entityNamed(request.entityName()) : nullptr;
+    const HBEntityDescription *entity = fetchedEntity(coordinator, request);
     if (!entity) {
         if (error)
             *error = contextError(134810, QStringLiteral("No entity named %1").arg(request.entityName()));
         return {};
     }
-    const HBPredicate predicate = request.predicate().isValid() ? request.predicate() : HBPredicate::truePredicate();
+    const HBPredicate predicate = fetchedPredicate(request);
     // inserted (possibly saved or deleted since; checked on use) and updated
     // objects of the entity's table
     const std::vector<HBManagedObject *> &inserted = d->insertedByRoot[entity->rootEntity()];
@@ -750,7 +761,7 @@ QList<HBManagedObjectID> HBManagedObjectContext::executeFetchRequestForObjectIDs
 qsizetype HBManagedObjectContext::countForFetchRequest(const HBFetchRequest &request, HBError *error)
 {
     HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
-    const HBEntityDescription *entity = coordinator ? coordinator->managedObjectModel()->entityNamed(request.entityName()) : nullptr;
+    const HBEntityDescription *entity = fetchedEntity(coordinator, request);
     const bool countsStores = entity && !m_parent && !request.predicate().isValid() && request.fetchLimit() <= 0
                               && !d->hasUnsavedChanges(entity->rootEntity());
     if (!countsStores)
