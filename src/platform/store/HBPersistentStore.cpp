@@ -22,6 +22,8 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
+#include <vector>
 
 namespace {
 
@@ -131,21 +133,18 @@ HBDecimal decimalFromText(QByteArrayView utf8)
 }
 
 // The primary keys of this store's records among a list of IDs or records,
-// as the JSON array json_each reads; nullopt for a list of anything else.
-// Written directly: a segment's point list holds a hundred thousand IDs,
-// and a fetch asks every point file in turn.
-std::optional<QByteArray> keysInStore(const QVariant &list, quint32 storeToken)
+// ascending and each once; nullopt for a list of anything else.
+std::optional<std::vector<qint64>> keysInStore(const QVariant &list, quint32 storeToken)
 {
-    QByteArray json("[");
+    std::vector<qint64> keys;
     const auto add = [&](const HBManagedObjectID &id) {
-        if (id.isNull() || id.isTemporaryID() || id.storeToken() != storeToken)
-            return;
-        if (json.size() > 1)
-            json += ',';
-        json += QByteArray::number(id.primaryKey());
+        if (!id.isNull() && !id.isTemporaryID() && id.storeToken() == storeToken)
+            keys.push_back(id.primaryKey());
     };
     if (list.metaType() == QMetaType::fromType<QList<HBManagedObjectID>>()) {
-        for (const HBManagedObjectID &id : *static_cast<const QList<HBManagedObjectID> *>(list.constData()))
+        const auto &ids = *static_cast<const QList<HBManagedObjectID> *>(list.constData());
+        keys.reserve(size_t(ids.size()));
+        for (const HBManagedObjectID &id : ids)
             add(id);
     } else if (list.metaType() == QMetaType::fromType<QList<HBManagedObject *>>()) {
         for (const HBManagedObject *object : *static_cast<const QList<HBManagedObject *> *>(list.constData())) {
@@ -155,8 +154,65 @@ std::optional<QByteArray> keysInStore(const QVariant &list, quint32 storeToken)
     } else {
         return std::nullopt;
     }
-    json += ']';
-    return json;
+    // a segment's points were numbered in order when they were saved
+    if (!std::is_sorted(keys.begin(), keys.end()))
+        std::sort(keys.begin(), keys.end());
+    keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+    return keys;
+}
+
+// Keys from first to last, every one in between included.
+struct KeyRange
+{
+    qint64 first;
+    qint64 last;
+};
+
+// The ranges that ascending keys make up, or nothing when they make up
+// more than `most`.
+std::vector<KeyRange> rangesOf(const std::vector<qint64> &keys, size_t most)
+{
+    std::vector<KeyRange> ranges;
+    for (const qint64 key : keys) {
+        if (!ranges.empty() && ranges.back().last + 1 == key) {
+            ranges.back().last = key;
+            continue;
+        }
+        if (ranges.size() == most)
+            return {};
+        ranges.push_back({key, key});
+    }
+    return ranges;
+}
+
+// A condition on `expression` matching exactly the given keys. A segment's
+// points lie in one or a few runs of keys per file: a range of keys is
+// read straight off the table, where a list of a hundred thousand keys
+// would first be parsed and sorted by SQLite.
+QString keysCondition(const QString &expression, const std::vector<qint64> &keys, QVariantList *binds)
+{
+    constexpr size_t kMostRangesWrittenOut = 8;
+    if (keys.empty())
+        return QStringLiteral("0");
+    const std::vector<KeyRange> ranges = rangesOf(keys, kMostRangesWrittenOut);
+    if (ranges.empty()) {
+        QByteArray json("[");
+        for (const qint64 key : keys) {
+            if (json.size() > 1)
+                json += ',';
+            json += QByteArray::number(key);
+        }
+        json += ']';
+        binds->append(QString::fromLatin1(json));
+        return QStringLiteral("%1 IN (SELECT value FROM json_each(?))").arg(expression);
+    }
+    QStringList terms;
+    for (const KeyRange &range : ranges) {
+        binds->append(range.first);
+        binds->append(range.last);
+        terms << QStringLiteral("%1 BETWEEN ? AND ?").arg(expression);
+    }
+    return QLatin1Char('(') + terms.join(QStringLiteral(" OR ")) + QLatin1Char(')');
 }
 
 } // namespace
@@ -543,12 +599,8 @@ std::optional<QString> HBPersistentStore::Private::compileComparison(const HBSto
     };
 
     if (op == Op::In && isKey) {
-        if (const std::optional<QByteArray> keys = keysInStore(right.constant, identifierToken.load())) {
-            if (*keys == "[]")
-                return QStringLiteral("0");
-            binds->append(QString::fromLatin1(*keys));
-            return QStringLiteral("%1 IN (SELECT value FROM json_each(?))").arg(expression);
-        }
+        if (const std::optional<std::vector<qint64>> keys = keysInStore(right.constant, identifierToken.load()))
+            return keysCondition(expression, *keys, binds);
     }
     if (op == Op::In) {
         QJsonArray array;

@@ -100,6 +100,66 @@ private slots:
         QCOMPARE(fetched, expected);
     }
 
+    // A list of record IDs selects exactly those records, whether the file
+    // reads them as runs of keys or as a list of keys: the first and last
+    // of a run are in, their neighbours out, and IDs the file does not hold
+    // match nothing.
+    void idListSelectsExactlyItsRecords_data()
+    {
+        QTest::addColumn<QList<int>>("chosen");   // orders of the points, as listed
+        QTest::addColumn<bool>("withStrangers");  // a track's ID and an unsaved point's too
+        QList<int> everyOther;
+        for (int order = 0; order < 40; order += 2)
+            everyOther << order;
+        QTest::newRow("one run") << QList<int>{5, 6, 7, 8, 9, 10, 11, 12, 13, 14} << false;
+        QTest::newRow("runs and single points") << QList<int>{0, 1, 2, 7, 9, 10, 39} << false;
+        QTest::newRow("more runs than are written out") << everyOther << false;
+        QTest::newRow("out of order, repeated") << QList<int>{12, 11, 10, 10, 30, 29} << false;
+        QTest::newRow("one point") << QList<int>{0} << false;
+        QTest::newRow("with IDs this file does not hold") << QList<int>{3, 4, 20} << true;
+        QTest::newRow("only IDs this file does not hold") << QList<int>{} << true;
+    }
+
+    void idListSelectsExactlyItsRecords()
+    {
+        QFETCH(QList<int>, chosen);
+        QFETCH(bool, withStrangers);
+        StoreFixture f;
+        QVERIFY(f.open());
+        HBError error;
+        QList<HBManagedObjectID> pointIDs, strangers;
+        auto root = f.newRootContext();
+        root->performBlockAndWait([&] {
+            QList<HBManagedObject *> points;
+            for (int order = 0; order < 40; ++order) {
+                points << insert(*root, "HBTrackPoint", {{"order", order}});
+                root->assignObject(points.last(), f.points);
+            }
+            HBManagedObject *track = insert(*root, "HBTrack", {{"name", "t"}});
+            QVERIFY(root->save(&error));
+            for (const HBManagedObject *p : points)
+                pointIDs << p->objectID();
+            strangers << track->objectID() << insert(*root, "HBTrackPoint", {{"order", 3}})->objectID();
+        });
+        QList<HBManagedObjectID> listed;
+        for (int order : chosen)
+            listed << pointIDs[order];
+        auto reader = f.newRootContext();
+        QList<int> fetched;
+        reader->performBlockAndWait([&] {
+            if (withStrangers)
+                listed += strangers;
+            HBFetchRequest r(QStringLiteral("HBTrackPoint"));
+            r.setPredicate(HBPredicate::format(QStringLiteral("self IN %@"), {QVariant::fromValue(listed)}));
+            r.setSortDescriptors({{QStringLiteral("order"), true}});
+            for (const HBManagedObject *o : reader->executeFetchRequest(r))
+                fetched << o->valueForKey(QStringLiteral("order")).toInt();
+        });
+        QList<int> expected = QSet<int>(chosen.begin(), chosen.end()).values();
+        std::sort(expected.begin(), expected.end());
+        QCOMPARE(fetched, expected);
+    }
+
     // Rows read ahead serve the next fetch of the request only while they
     // are what the files hold for it: a save of the context or a file added
     // in between makes the fetch read again.
