@@ -339,6 +339,17 @@ std::strong_ordering operator<=>(const HBDecimal &a, const HBDecimal &b)
         return !a.isNaN() <=> !b.isNaN();
     if (const auto bySign = a.signum() <=> b.signum(); bySign != 0 || a.signum() == 0)
         return bySign;
+    // A file's coordinates have a few decimals more or fewer: brought to
+    // the same exponent, coefficients of 64 bits compare in 128 without
+    // overflowing, and without taking their trailing zeros off first.
+    const int shift = a.m_exponent - b.m_exponent;
+    constexpr int kMostShiftIn128Bits = 18;
+    if (shift == 0 || (std::abs(shift) <= kMostShiftIn128Bits && a.m_coefficient.high == 0 && b.m_coefficient.high == 0)) {
+        const Coefficient x = Coefficient(a.m_coefficient) * kPowersOfTen[std::max(shift, 0)];
+        const Coefficient y = Coefficient(b.m_coefficient) * kPowersOfTen[std::max(-shift, 0)];
+        const auto byMagnitude = x <=> y;
+        return a.m_negative ? 0 <=> byMagnitude : byMagnitude;
+    }
 
     const HBDecimal x = a.normalized();
     const HBDecimal y = b.normalized();

@@ -187,6 +187,17 @@ void tst_HBDecimal::comparesAsNumbers_data()
     QTest::newRow("NaN equals NaN") << "nan" << "x" << 0;
     QTest::newRow("NaN before negative") << "NaN" << "-1e6000" << -1;
     QTest::newRow("NaN before zero") << "" << "0" << -1;
+    QTest::newRow("as many decimals") << "48.117300" << "48.117299" << 1;
+    QTest::newRow("as many decimals, negative") << "-48.117300" << "-48.117299" << -1;
+    QTest::newRow("as many decimals, equal") << "-0.500" << "-000.500" << 0;
+    QTest::newRow("more decimals, larger") << "48.11730001" << "48.1173" << 1;
+    QTest::newRow("more decimals, smaller") << "-48.11730001" << "-48.1173" << -1;
+    QTest::newRow("18 decimals more") << "1.000000000000000001" << "1" << 1;
+    QTest::newRow("19 decimals more") << "1.0000000000000000001" << "1" << 1;
+    QTest::newRow("largest 64-bit coefficients, 18 decimals apart")
+        << "18446744073709551615" << "18.446744073709551615" << 1;
+    QTest::newRow("38 digits against 38 digits, 17 of them decimals")
+        << kFullDigits << "999999999999999999999.99999999999999999" << 1;
     QTest::newRow("longer fraction smaller") << "0.1" << "0.09" << 1;
     QTest::newRow("negative reverses") << "-0.1" << "-0.09" << -1;
     QTest::newRow("sign first") << "-5" << "3" << -1;
