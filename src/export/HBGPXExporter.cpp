@@ -10,6 +10,7 @@
 
 #include <QSaveFile>
 
+#include <cstring>
 #include <vector>
 
 namespace {
@@ -84,6 +85,14 @@ struct Extent
 struct Bounds
 {
     Extent latitude, longitude;
+
+    void add(const std::optional<HBDecimal> &lat, const std::optional<HBDecimal> &lon)
+    {
+        latitude.add(lat);
+        longitude.add(lon);
+    }
+    // no point had a position
+    bool isEmpty() const { return !latitude.low || !longitude.low; }
 };
 
 // Bounds over the waypoints and the tracks' points. The points are those
@@ -93,25 +102,15 @@ struct Bounds
 std::optional<Bounds> boundsOf(const QList<HBWaypoint *> &waypoints, const QList<HBTrack *> &tracks)
 {
     Bounds bounds;
-    const auto add = [&](const HBGeoPoint *p) {
-        bounds.latitude.add(p->latitude());
-        bounds.longitude.add(p->longitude());
-    };
     for (const HBWaypoint *w : waypoints)
-        add(w);
-    // Every segment's points are loaded here, and stay loaded for the
-    // writing: the next segment's rows are read while this one's become
-    // objects.
-    QList<HBTrackSegment *> segments;
-    for (const HBTrack *t : tracks)
-        segments += t->segments();
-    for (qsizetype i = 0; i < segments.size(); ++i) {
-        if (i + 1 < segments.size())
-            segments[i + 1]->readAheadPoints();
-        for (const HBTrackPoint *p : segments[i]->points())
-            add(p);
+        bounds.add(w->latitude(), w->longitude());
+    for (const HBTrack *t : tracks) {
+        for (HBTrackSegment *s : t->segments()) {
+            for (const HBTrackPoint *p : s->points())
+                bounds.add(p->latitude(), p->longitude());
+        }
     }
-    if (!bounds.latitude.low || !bounds.longitude.low)
+    if (bounds.isEmpty())
         return std::nullopt;
     return bounds;
 }
@@ -138,6 +137,14 @@ public:
     {
         m_writer.writeAttribute(name, decimal(value));
     }
+    // A point's "lat" and "lon", noted for the bounds of all points written.
+    void position(const std::optional<HBDecimal> &latitude, const std::optional<HBDecimal> &longitude)
+    {
+        attribute("lat"_L1, latitude);
+        attribute("lon"_L1, longitude);
+        m_bounds.add(latitude, longitude);
+    }
+    const Bounds &bounds() const { return m_bounds; }
     void text(QLatin1StringView name, const QString &value)
     {
         if (!value.isNull())
@@ -174,6 +181,7 @@ private:
 
     HBXMLWriter &m_writer;
     QByteArray m_decimal;   // reused for every number
+    Bounds m_bounds;
 };
 
 class TreeSink
@@ -193,6 +201,11 @@ public:
     void attribute(QLatin1StringView name, const std::optional<HBDecimal> &value)
     {
         m_open.back().addAttribute(name, value ? value->toString() : QString());
+    }
+    void position(const std::optional<HBDecimal> &latitude, const std::optional<HBDecimal> &longitude)
+    {
+        attribute("lat"_L1, latitude);
+        attribute("lon"_L1, longitude);
     }
     void text(QLatin1StringView name, const QString &value) { m_open.back().addTextChild(name, value); }
     void text(QLatin1StringView name, const std::optional<HBDecimal> &value)
@@ -223,12 +236,13 @@ private:
 template <class Sink>
 void describePoint(Sink &out, const HBGeoPoint *point)
 {
-    out.start(dynamic_cast<const HBWaypoint *>(point)     ? "wpt"_L1
-              : dynamic_cast<const HBTrackPoint *>(point) ? "trkpt"_L1
-                                                          : "rtept"_L1);
+    // track points first: they are nearly all of a file, and no kind of
+    // point is both
+    out.start(dynamic_cast<const HBTrackPoint *>(point)  ? "trkpt"_L1
+              : dynamic_cast<const HBWaypoint *>(point) ? "wpt"_L1
+                                                         : "rtept"_L1);
     // a point without a position still gets both attributes, empty
-    out.attribute("lat"_L1, point->latitude());
-    out.attribute("lon"_L1, point->longitude());
+    out.position(point->latitude(), point->longitude());
     out.text("ele"_L1, point->elevation());
     out.text("time"_L1, point->date());
     // the extra attributes in one look at the point's rows
@@ -255,14 +269,19 @@ void describeSegment(Sink &out, HBTrackSegment *segment)
     out.end();
 }
 
+// Each segment is described while the next one's rows are read.
 template <class Sink>
 void describeTrack(Sink &out, HBTrack *track)
 {
     out.start("trk"_L1);
     out.text("name"_L1, track->name());
     out.text("desc"_L1, track->notes());
-    for (HBTrackSegment *segment : track->segments())
-        describeSegment(out, segment);
+    const QList<HBTrackSegment *> segments = track->segments();
+    for (qsizetype i = 0; i < segments.size(); ++i) {
+        if (i + 1 < segments.size())
+            segments[i + 1]->readAheadPoints();
+        describeSegment(out, segments[i]);
+    }
     out.end();
 }
 
@@ -275,6 +294,18 @@ void describeBounds(Sink &out, const Bounds &bounds)
     out.attribute("maxlat"_L1, bounds.latitude.high);
     out.attribute("maxlon"_L1, bounds.longitude.high);
     out.end();
+}
+
+// head + body, in body's memory: a document of a million points is too
+// large to hold twice.
+QByteArray joined(const QByteArray &head, QByteArray body)
+{
+    const qsizetype bodySize = body.size();
+    body.resize(bodySize + head.size());
+    char *data = body.data();
+    std::memmove(data + head.size(), data, size_t(bodySize));
+    std::memcpy(data, head.constData(), size_t(head.size()));
+    return body;
 }
 
 } // namespace
@@ -302,10 +333,24 @@ HBXMLElement HBGPXExporter::xmlNodeForBounds() const
 
 // Written straight as text rather than built as elements first: a
 // document of a million points would hold a dozen elements per point.
+// What follows the metadata is written first, as the segments' points
+// are read: the bounds in the metadata are those of every point written.
 QByteArray HBGPXExporter::serialise() const
 {
-    QByteArray bytes;
-    HBXMLWriter writer(&bytes);
+    QByteArray body;
+    Bounds bounds;
+    {
+        HBXMLWriter writer(&body, {"gpx"_L1});
+        TextSink out(writer);
+        for (const HBWaypoint *w : m_waypoints)
+            describePoint(out, w);
+        for (HBTrack *t : m_tracks)
+            describeTrack(out, t);
+        writer.writeEndDocument();
+        bounds = out.bounds();
+    }
+    QByteArray head;
+    HBXMLWriter writer(&head);
     TextSink out(writer);
     writer.writeStartDocument();
     out.start("gpx"_L1);
@@ -316,15 +361,10 @@ QByteArray HBGPXExporter::serialise() const
     out.attribute("creator"_L1, "Fernwick"_L1);
     out.start("metadata"_L1);
     out.text("time"_L1, QDateTime::currentDateTimeUtc());
-    if (const std::optional<Bounds> bounds = boundsOf(m_waypoints, m_tracks))
-        describeBounds(out, *bounds);
+    if (!bounds.isEmpty())
+        describeBounds(out, bounds);
     out.end();
-    for (const HBWaypoint *w : m_waypoints)
-        describePoint(out, w);
-    for (HBTrack *t : m_tracks)
-        describeTrack(out, t);
-    writer.writeEndDocument();
-    return bytes;
+    return joined(head, std::move(body));
 }
 
 bool HBGPXExporter::exportToPath(const QString &path)

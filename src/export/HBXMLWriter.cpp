@@ -37,6 +37,12 @@ HBXMLWriter::HBXMLWriter(QByteArray *document)
 {
 }
 
+HBXMLWriter::HBXMLWriter(QByteArray *document, std::vector<QLatin1StringView> openElements)
+    : m_out(*document)
+    , m_open(std::move(openElements))
+{
+}
+
 void HBXMLWriter::writeStartDocument()
 {
     finishStartElement(false);

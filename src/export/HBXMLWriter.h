@@ -17,6 +17,10 @@ class HBXMLWriter
 public:
     // Appends to *document, which must outlive the writer.
     explicit HBXMLWriter(QByteArray *document);
+    // Goes on inside the open elements given, outermost first, after a
+    // child of the innermost one: for the later part of a document that is
+    // written before what comes ahead of it is known.
+    HBXMLWriter(QByteArray *document, std::vector<QLatin1StringView> openElements);
 
     // <?xml version="1.0" encoding="UTF-8"?>
     void writeStartDocument();
