@@ -319,7 +319,7 @@ HBManagedObject *HBManagedObjectContext::Private::registeredObject(const HBManag
     return id.isTemporaryID() ? temporaryIndex().value(id) : registered.value(id);
 }
 
-HBManagedObject *HBManagedObjectContext::Private::indexedObject(const HBManagedObjectID &id) const
+HBManagedObject *HBManagedObjectContext::Private::indexedObject(const HBManagedObjectID &id)
 {
     if (!id.isTemporaryID())
         return registered.value(id);
@@ -849,7 +849,7 @@ bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedO
             if (object->m_idHandedOut)
                 d->permanentIDForTemporary.insert(object->m_objectID, permanent);
             object->m_objectID = permanent;
-            d->registered.insert(permanent, object);
+            d->registered.insertLater(object);
         }
     }
     // ancestors that know these objects by their temporary IDs follow
@@ -1201,7 +1201,7 @@ void HBManagedObjectContext::reset()
     // object is checked for being indexed rather than gathered into a set
     // with the rest, which for an import's million points costs more than
     // deleting them.
-    std::vector<HBManagedObject *> all(d->registered.begin(), d->registered.end());
+    std::vector<HBManagedObject *> all = d->registered.objects();
     if (d->temporaries)
         all.insert(all.end(), d->temporaries->begin(), d->temporaries->end());
     all.insert(all.end(), d->graveyard.begin(), d->graveyard.end());

@@ -2,6 +2,7 @@
 
 #include "platform/store/HBFetchRequest.h"
 #include "platform/store/HBManagedObjectContext.h"
+#include "platform/store/HBObjectIndex.h"
 #include "platform/store/HBPersistentStore.h"
 #include "platform/store/HBStoreRow.h"
 
@@ -51,10 +52,10 @@ struct HBManagedObjectContext::Private
     // apart, and only from the first time one is asked for by its ID: an
     // import inserts a million points and never asks, and indexing them
     // would cost more than the rest of their insertion.
-    QHash<HBManagedObjectID, HBManagedObject *> registered;   // permanent IDs
+    HBObjectIndex registered;   // permanent IDs
     std::optional<QHash<HBManagedObjectID, HBManagedObject *>> temporaries;
     HBManagedObject *registeredObject(const HBManagedObjectID &id);   // builds the index if need be
-    HBManagedObject *indexedObject(const HBManagedObjectID &id) const;  // never builds it
+    HBManagedObject *indexedObject(const HBManagedObjectID &id);  // never builds the temporary one
     void enrol(HBManagedObject *object);
     void unenrol(const HBManagedObjectID &id);
     QHash<HBManagedObjectID, HBManagedObject *> &temporaryIndex();

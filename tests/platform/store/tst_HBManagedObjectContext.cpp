@@ -522,6 +522,40 @@ private slots:
         QCOMPARE(c->registeredObjectCount(), qsizetype(0));
     }
 
+    // Objects given permanent IDs in a batch are indexed by them only when
+    // an ID of their table is first asked for; until then, and after, each
+    // must be found as itself, counted once, fetched as itself and removed
+    // when deleted.
+    void objectsGivenIDsInABatchAreFoundByThem()
+    {
+        StoreFixture f;
+        QVERIFY(f.open());
+        auto c = f.newRootContext();
+        HBManagedObject *waypoint = insert(*c, "HBWaypoint", {{"name", "w"}});
+        QList<HBManagedObject *> points;
+        for (int order = 0; order < 3; ++order) {
+            points << insert(*c, "HBTrackPoint", {{"order", order}});
+            c->assignObject(points.last(), f.points);
+        }
+        QVERIFY(c->obtainPermanentIDsForObjects(points + QList<HBManagedObject *>{waypoint}));
+        QCOMPARE(c->registeredObjectCount(), qsizetype(4));
+        const HBManagedObjectID deletedID = points[2]->objectID();
+        c->deleteObject(points[2]);
+        QVERIFY(c->save());
+        QCOMPARE(c->registeredObjectCount(), qsizetype(3));
+        // another table's question leaves the points waiting
+        QCOMPARE(c->objectWithID(waypoint->objectID()), waypoint);
+        QCOMPARE(c->objectWithID(points[1]->objectID()), points[1]);
+        QVERIFY(c->objectWithID(deletedID) != points[2]);
+        QCOMPARE(c->registeredObjectCount(), qsizetype(4));
+
+        HBFetchRequest r(QStringLiteral("HBTrackPoint"));
+        r.setSortDescriptors({{QStringLiteral("order"), true}});
+        QCOMPARE(c->executeFetchRequest(r), points.mid(0, 2));
+        c->reset();
+        QCOMPARE(c->registeredObjectCount(), qsizetype(0));
+    }
+
     // A count of every record is taken from the files while nothing is
     // unsaved, and from a fetch otherwise: both must give what the fetch
     // itself returns, sub-entities included.
