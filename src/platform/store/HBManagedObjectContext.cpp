@@ -330,7 +330,7 @@ void HBManagedObjectContext::Private::enrol(HBManagedObject *object)
 {
     const HBManagedObjectID id = object->objectID();
     if (!id.isTemporaryID())
-        registered.insert(id, object);
+        registered.insert(object);
     else if (temporaries)
         temporaries->insert(id, object);
 }
@@ -849,7 +849,7 @@ bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedO
             if (object->m_idHandedOut)
                 d->permanentIDForTemporary.insert(object->m_objectID, permanent);
             object->m_objectID = permanent;
-            d->registered.insertLater(object);
+            d->registered.insert(object);
         }
     }
     // ancestors that know these objects by their temporary IDs follow
@@ -859,7 +859,7 @@ bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedO
                 ancestor->d->permanentIDForTemporary.insert(temporary, permanent);
                 if (HBManagedObject *object = ancestor->d->temporaryIndex().take(temporary)) {
                     object->m_objectID = permanent;
-                    ancestor->d->registered.insert(permanent, object);
+                    ancestor->d->registered.insert(object);
                 }
             }
         });

@@ -9,18 +9,19 @@
 class HBEntityDescription;
 class HBManagedObject;
 
-// A context's objects by their permanent IDs. Objects that just received
-// their IDs in a batch may be added unhashed, and are hashed, table by
-// table, the first time an ID of their table is asked for: an import gives
-// a million points their IDs and never looks one up by it, and hashing them
-// would cost as much as making them.
+// A context's objects by their permanent IDs. Objects are added unhashed,
+// and hashed, table by table, only when an ID is asked for that one of them
+// might have: the smallest and largest key of the waiting objects of each
+// file tell. An import gives a million points their IDs and an export
+// fetches a million, segment after segment, each with keys of its own;
+// neither asks for one by ID, and hashing them would cost as much as
+// making them.
 class HBObjectIndex
 {
 public:
     HBManagedObject *value(const HBManagedObjectID &id);
-    void insert(const HBManagedObjectID &id, HBManagedObject *object);
-    // Indexed later under the ID the object has then.
-    void insertLater(HBManagedObject *object);
+    // under the object's ID, which must be permanent
+    void insert(HBManagedObject *object);
     void remove(const HBManagedObjectID &id);
     qsizetype size() const;
     // every object, each once
@@ -28,8 +29,24 @@ public:
     void clear();
 
 private:
-    void indexTable(const HBEntityDescription *root);
+    struct KeyRange
+    {
+        quint32 storeToken;
+        qint64 lowest;
+        qint64 highest;
+    };
+    // the objects of one table not hashed yet
+    struct Waiting
+    {
+        std::vector<HBManagedObject *> objects;
+        std::vector<KeyRange> keys;   // by file; a few files at most
+
+        bool mayHold(const HBManagedObjectID &id) const;
+        void add(const HBManagedObjectID &id);
+    };
+
+    void indexWaitingFor(const HBManagedObjectID &id);
 
     QHash<HBManagedObjectID, HBManagedObject *> m_indexed;
-    QHash<const HBEntityDescription *, std::vector<HBManagedObject *>> m_unindexed;   // by root entity
+    QHash<const HBEntityDescription *, Waiting> m_waiting;   // by root entity
 };

@@ -554,6 +554,14 @@ private slots:
         QCOMPARE(c->executeFetchRequest(r), points.mid(0, 2));
         c->reset();
         QCOMPARE(c->registeredObjectCount(), qsizetype(0));
+
+        // fetched ones wait too: found as themselves, by ID and by fetch
+        auto reader = f.newRootContext();
+        const QList<HBManagedObject *> fetched = reader->executeFetchRequest(r);
+        QCOMPARE(fetched.size(), 2);
+        QCOMPARE(reader->objectWithID(fetched[1]->objectID()), fetched[1]);
+        QCOMPARE(reader->executeFetchRequest(r), fetched);
+        QCOMPARE(reader->registeredObjectCount(), qsizetype(2));
     }
 
     // A count of every record is taken from the files while nothing is
