@@ -8,6 +8,7 @@
 
 #include <expat.h>
 
+#include <array>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -83,6 +84,15 @@ struct ExpatXMLParser::Private
     // hostile document) the rest are decoded each time.
     static constexpr size_t kMaxNames = 4096;
     std::unordered_map<std::string, QString, NameHash, std::equal_to<>> names;
+    // Entries of `names` met lately, in a table without chains: a document
+    // goes round a dozen names, and one is found here by one comparison,
+    // without the map's division and walk through its buckets.
+    struct RecentName
+    {
+        std::string_view key;
+        const QString *decoded = nullptr;
+    };
+    std::array<RecentName, 256> recentNames;
 
     QString name(const XML_Char *utf8);
 
@@ -181,13 +191,18 @@ void ExpatXMLParser::Private::reportFailure()
 QString ExpatXMLParser::Private::name(const XML_Char *utf8)
 {
     const std::string_view key(utf8);
-    const auto found = names.find(key);
-    if (found != names.end())
-        return found->second;
-    const QString decoded = QString::fromUtf8(key.data(), qsizetype(key.size()));
-    if (names.size() < kMaxNames)
-        names.emplace(key, decoded);
-    return decoded;
+    const size_t slot = NameHash()(key) % recentNames.size();
+    if (const RecentName &recent = recentNames[slot]; recent.decoded && recent.key == key)
+        return *recent.decoded;
+    auto found = names.find(key);
+    if (found == names.end()) {
+        const QString decoded = QString::fromUtf8(key.data(), qsizetype(key.size()));
+        if (names.size() >= kMaxNames)
+            return decoded;
+        found = names.emplace(key, decoded).first;
+    }
+    recentNames[slot] = {found->first, &found->second};
+    return found->second;
 }
 
 // With namespace processing Expat names an element "uri`local`prefix",
