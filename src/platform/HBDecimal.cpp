@@ -278,6 +278,8 @@ QByteArray HBDecimal::toLatin1() const
     return text;
 }
 
+// Sized first and written in place: the exporter and the stores write
+// three numbers for each of a million points.
 void HBDecimal::appendLatin1(QByteArray &text) const
 {
     if (m_isNaN) {
@@ -287,22 +289,31 @@ void HBDecimal::appendLatin1(QByteArray &text) const
     const Digits coefficientDigits(m_coefficient);
     const std::string_view digits = coefficientDigits.view();
     const qsizetype count = qsizetype(digits.size());
-    const qsizetype scale = std::max(0, -m_exponent);
-    const qsizetype integerDigits = count - scale;
-    text.reserve(text.size() + count + std::max(0, m_exponent) + 3 + std::max<qsizetype>(0, -integerDigits));
+    const qsizetype integerDigits = count + std::min(0, m_exponent);
+    qsizetype length = m_negative ? 1 : 0;
+    if (m_exponent >= 0)
+        length += count + m_exponent;
+    else if (integerDigits <= 0)
+        length += 2 - integerDigits + count;   // "0." and the zeros after the point
+    else
+        length += count + 1;
+    const qsizetype start = text.size();
+    text.resize(start + length);
+    char *to = text.data() + start;
     if (m_negative)
-        text += '-';
+        *to++ = '-';
     if (m_exponent >= 0) {
-        text.append(digits.data(), count);
-        text.append(m_exponent, '0');
+        to = std::copy(digits.begin(), digits.end(), to);
+        std::fill_n(to, m_exponent, '0');
     } else if (integerDigits <= 0) {
-        text += "0.";
-        text.append(-integerDigits, '0');
-        text.append(digits.data(), count);
+        *to++ = '0';
+        *to++ = '.';
+        to = std::fill_n(to, -integerDigits, '0');
+        std::copy(digits.begin(), digits.end(), to);
     } else {
-        text.append(digits.data(), integerDigits);
-        text += '.';
-        text.append(digits.data() + integerDigits, scale);
+        to = std::copy_n(digits.begin(), integerDigits, to);
+        *to++ = '.';
+        std::copy(digits.begin() + integerDigits, digits.end(), to);
     }
 }
 

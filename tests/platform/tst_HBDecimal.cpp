@@ -98,6 +98,10 @@ void tst_HBDecimal::readsAndWritesBackEveryDigit()
     QVERIFY(!value.isNaN());
     QCOMPARE(value.toString(), written);
     QCOMPARE(value.scale(), scale);
+    // appended after other text, as writers reuse one buffer
+    QByteArray appended("lat=");
+    value.appendLatin1(appended);
+    QCOMPARE(appended, "lat=" + written.toLatin1());
     // What is written reads back as the same digits.
     QCOMPARE(decimal(written).toString(), written);
 }
