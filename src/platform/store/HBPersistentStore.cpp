@@ -435,7 +435,12 @@ void HBPersistentStore::Private::bindValue(const HBStoreColumn &c, HBSqliteState
         stmt.bindInt64(parameter, v->toLongLong());
         break;
     case HBAttributeType::String:
-        stmt.bindText(parameter, v->toString());
+        // the string itself, not a copy: the statement knows it again by
+        // its data when every point of a segment binds the segment's URI
+        if (v->metaType().id() == QMetaType::QString)
+            stmt.bindText(parameter, *static_cast<const QString *>(v->constData()));
+        else
+            stmt.bindText(parameter, v->toString());
         break;
     }
 }
@@ -947,11 +952,11 @@ bool HBPersistentStore::insertRow(qint64 primaryKey, const HBEntityDescription *
         return false;
     }
     HBSqliteStatement &s = t->insert;
-    s.reset();
-    s.clearBindings();
+    s.startRow();
     s.bindInt64(1, primaryKey);
     s.bindInt64(2, entity->entityID());
     d->bindRow(*t, s, 3, entity, values);
+    s.finishRow();
     bool ok = false;
     s.step(&ok);
     if (!ok && error)
@@ -966,11 +971,11 @@ bool HBPersistentStore::updateRow(qint64 primaryKey, const HBEntityDescription *
     if (!t)
         return false;
     HBSqliteStatement &s = t->update;
-    s.reset();
-    s.clearBindings();
+    s.startRow();
     s.bindInt64(1, entity->entityID());
     d->bindRow(*t, s, 2, entity, values);
     s.bindInt64(int(t->columns.size()) + 2, primaryKey);
+    s.finishRow();
     bool ok = false;
     s.step(&ok);
     if (!ok && error)

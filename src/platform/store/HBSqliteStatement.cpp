@@ -4,6 +4,8 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+
 HBSqliteStatement::HBSqliteStatement(sqlite3 *db, const QString &sql)
     : m_db(db)
 {
@@ -16,6 +18,7 @@ HBSqliteStatement::HBSqliteStatement(sqlite3 *db, const QString &sql)
     const size_t parameters = size_t(sqlite3_bind_parameter_count(m_stmt)) + 1;   // numbered from 1
     m_kept.resize(parameters);
     m_keptText.resize(parameters);
+    m_boundInRow.resize(parameters);
 }
 
 HBSqliteStatement::HBSqliteStatement(HBSqliteStatement &&other) noexcept
@@ -24,6 +27,8 @@ HBSqliteStatement::HBSqliteStatement(HBSqliteStatement &&other) noexcept
     , m_error(std::move(other.m_error))
     , m_kept(std::move(other.m_kept))
     , m_keptText(std::move(other.m_keptText))
+    , m_boundInRow(std::move(other.m_boundInRow))
+    , m_row(other.m_row)
 {
 }
 
@@ -36,6 +41,8 @@ HBSqliteStatement &HBSqliteStatement::operator=(HBSqliteStatement &&other) noexc
         m_error = std::move(other.m_error);
         m_kept = std::move(other.m_kept);
         m_keptText = std::move(other.m_keptText);
+        m_boundInRow = std::move(other.m_boundInRow);
+        m_row = other.m_row;
     }
     return *this;
 }
@@ -45,9 +52,30 @@ HBSqliteStatement::~HBSqliteStatement()
     sqlite3_finalize(m_stmt);
 }
 
-void HBSqliteStatement::bindNull(int column) { sqlite3_bind_null(m_stmt, column); }
-void HBSqliteStatement::bindInt64(int column, qint64 value) { sqlite3_bind_int64(m_stmt, column, value); }
-void HBSqliteStatement::bindDouble(int column, double value) { sqlite3_bind_double(m_stmt, column, value); }
+void HBSqliteStatement::noteBound(int column)
+{
+    if (column > 0 && size_t(column) < m_boundInRow.size())
+        m_boundInRow[size_t(column)] = m_row;
+}
+
+void HBSqliteStatement::bindNull(int column)
+{
+    sqlite3_bind_null(m_stmt, column);
+    if (column > 0 && size_t(column) < m_boundInRow.size())
+        m_boundInRow[size_t(column)] = 0;
+}
+
+void HBSqliteStatement::bindInt64(int column, qint64 value)
+{
+    sqlite3_bind_int64(m_stmt, column, value);
+    noteBound(column);
+}
+
+void HBSqliteStatement::bindDouble(int column, double value)
+{
+    sqlite3_bind_double(m_stmt, column, value);
+    noteBound(column);
+}
 
 QByteArray *HBSqliteStatement::kept(int column)
 {
@@ -61,6 +89,7 @@ void HBSqliteStatement::bindKept(int column, bool isText)
         sqlite3_bind_text(m_stmt, column, bytes.constData(), int(bytes.size()), SQLITE_STATIC);
     else
         sqlite3_bind_blob(m_stmt, column, bytes.constData(), int(bytes.size()), SQLITE_STATIC);
+    noteBound(column);
 }
 
 void HBSqliteStatement::bindText(int column, const QString &value)
@@ -140,12 +169,27 @@ void HBSqliteStatement::clearBindings()
 {
     if (m_stmt)
         sqlite3_clear_bindings(m_stmt);
+    std::fill(m_boundInRow.begin(), m_boundInRow.end(), 0);
 }
 
 void HBSqliteStatement::reset()
 {
     sqlite3_reset(m_stmt);
-    sqlite3_clear_bindings(m_stmt);
+    clearBindings();
+}
+
+void HBSqliteStatement::startRow()
+{
+    sqlite3_reset(m_stmt);
+    ++m_row;
+}
+
+void HBSqliteStatement::finishRow()
+{
+    for (size_t column = 1; column < m_boundInRow.size(); ++column) {
+        if (m_boundInRow[column] != 0 && m_boundInRow[column] != m_row)
+            bindNull(int(column));
+    }
 }
 
 bool HBSqliteStatement::isNull(int column) const { return sqlite3_column_type(m_stmt, column) == SQLITE_NULL; }
