@@ -2,6 +2,8 @@
 
 #include <QXmlStreamWriter>
 
+#include <algorithm>
+
 namespace {
 
 char16_t codeOf(QChar c)
@@ -67,19 +69,41 @@ bool HBXMLWriter::finishStartElement(bool contents)
     return hadSomethingWritten;
 }
 
-void HBXMLWriter::indent(qsizetype level)
+// Every piece of markup is sized first and written in place: a million
+// points make a dozen pieces each, and growing the document once per
+// piece rather than once per character or string halves the writing.
+char *HBXMLWriter::extend(qsizetype bytes)
 {
-    m_out += '\n';
-    m_out.append(level * 2, ' ');
+    const qsizetype size = m_out.size();
+    m_out.resize(size + bytes);
+    return m_out.data() + size;
+}
+
+char *HBXMLWriter::writeIndent(char *to, qsizetype level)
+{
+    *to++ = '\n';
+    return std::fill_n(to, level * 2, ' ');
+}
+
+char *HBXMLWriter::writeName(char *to, QLatin1StringView name)
+{
+    return std::copy_n(name.data(), name.size(), to);
 }
 
 void HBXMLWriter::writeStartElement(QLatin1StringView name)
 {
-    if (!finishStartElement(false))
-        indent(qsizetype(m_open.size()));
-    m_out += '<';
-    m_out.append(name.data(), name.size());
+    const bool closesStartTag = m_inStartElement;
+    const bool onNewLine = !m_wroteSomething;
+    const qsizetype level = qsizetype(m_open.size());
+    char *to = extend((closesStartTag ? 1 : 0) + (onNewLine ? 1 + level * 2 : 0) + 1 + name.size());
+    if (closesStartTag)
+        *to++ = '>';
+    if (onNewLine)
+        to = writeIndent(to, level);
+    *to++ = '<';
+    writeName(to, name);
     m_open.push_back(name);
+    m_wroteSomething = false;
     m_inStartElement = m_lastWasStartElement = true;
 }
 
@@ -94,12 +118,17 @@ void HBXMLWriter::writeEndElement()
         m_inStartElement = m_lastWasStartElement = false;
         return;
     }
-    if (!finishStartElement(false) && !m_lastWasStartElement)
-        indent(qsizetype(m_open.size()));
-    m_lastWasStartElement = false;
-    m_out += "</";
-    m_out.append(name.data(), name.size());
-    m_out += '>';
+    // an element holding text ends on its line, as does an empty one
+    const bool onNewLine = !m_wroteSomething && !m_lastWasStartElement;
+    const qsizetype level = qsizetype(m_open.size());
+    char *to = extend((onNewLine ? 1 + level * 2 : 0) + 3 + name.size());
+    if (onNewLine)
+        to = writeIndent(to, level);
+    *to++ = '<';
+    *to++ = '/';
+    to = writeName(to, name);
+    *to = '>';
+    m_wroteSomething = m_lastWasStartElement = false;
 }
 
 void HBXMLWriter::writeAttribute(QLatin1StringView name, QStringView value)
@@ -115,23 +144,31 @@ void HBXMLWriter::writeAttribute(QLatin1StringView name, QLatin1StringView value
 template <typename View>
 void HBXMLWriter::writeAttributeOf(QLatin1StringView name, View value)
 {
-    m_out += ' ';
-    m_out.append(name.data(), name.size());
-    m_out += "=\"";
-    writeEscaped(value, Context::Attribute);
-    m_out += '"';
+    if (!isAllPlain(value)) {
+        m_out += ' ';
+        m_out.append(name.data(), name.size());
+        m_out += "=\"";
+        writeEscapedByQt(toQString(value), Context::Attribute);
+        m_out += '"';
+        return;
+    }
+    char *to = extend(1 + name.size() + 2 + value.size() + 1);
+    *to++ = ' ';
+    to = writeName(to, name);
+    *to++ = '=';
+    *to++ = '"';
+    to = copyPlain(to, value);
+    *to = '"';
 }
 
 void HBXMLWriter::writeCharacters(QStringView text)
 {
-    finishStartElement(true);
-    writeEscaped(text, Context::Text);
+    writeCharactersOf(text);
 }
 
 void HBXMLWriter::writeCharacters(QLatin1StringView text)
 {
-    finishStartElement(true);
-    writeEscaped(text, Context::Text);
+    writeCharactersOf(text);
 }
 
 // Numbers, times and most names are plain ASCII and are copied as they
@@ -139,19 +176,34 @@ void HBXMLWriter::writeCharacters(QLatin1StringView text)
 // white space in attributes, characters XML cannot hold and the UTF-8
 // form come out exactly as Qt writes them.
 template <typename View>
-void HBXMLWriter::writeEscaped(View text, Context context)
+void HBXMLWriter::writeCharactersOf(View text)
 {
-    for (const auto c : text) {
-        if (!isPlain(codeOf(c))) {
-            writeEscapedByQt(toQString(text), context);
-            return;
-        }
+    if (!isAllPlain(text)) {
+        finishStartElement(true);
+        writeEscapedByQt(toQString(text), Context::Text);
+        return;
     }
-    const qsizetype start = m_out.size();
-    m_out.resize(start + text.size());
-    char *to = m_out.data() + start;
+    const bool closesStartTag = m_inStartElement;
+    char *to = extend((closesStartTag ? 1 : 0) + text.size());
+    if (closesStartTag)
+        *to++ = '>';
+    copyPlain(to, text);
+    m_inStartElement = false;
+    m_wroteSomething = true;
+}
+
+template <typename View>
+bool HBXMLWriter::isAllPlain(View text)
+{
+    return std::all_of(text.begin(), text.end(), [](auto c) { return isPlain(codeOf(c)); });
+}
+
+template <typename View>
+char *HBXMLWriter::copyPlain(char *to, View text)
+{
     for (const auto c : text)
         *to++ = char(codeOf(c));
+    return to;
 }
 
 void HBXMLWriter::writeEscapedByQt(const QString &text, Context context)

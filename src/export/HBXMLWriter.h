@@ -40,11 +40,18 @@ private:
     // Closes a pending start tag; returns whether the current element
     // already holds text, which keeps its end tag on the same line.
     bool finishStartElement(bool contents);
-    void indent(qsizetype level);
+    // The document made longer by `bytes`, which the caller writes.
+    char *extend(qsizetype bytes);
+    static char *writeIndent(char *to, qsizetype level);
+    static char *writeName(char *to, QLatin1StringView name);
     template <typename View>
     void writeAttributeOf(QLatin1StringView name, View value);
     template <typename View>
-    void writeEscaped(View text, Context context);
+    void writeCharactersOf(View text);
+    template <typename View>
+    static bool isAllPlain(View text);
+    template <typename View>
+    static char *copyPlain(char *to, View text);
     void writeEscapedByQt(const QString &text, Context context);
 
     QByteArray &m_out;

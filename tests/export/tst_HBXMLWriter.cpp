@@ -113,6 +113,46 @@ private slots:
             QCOMPARE(byHB(script, true), expected);
     }
 
+    // The later part of a document, written first by a writer that goes on
+    // inside the open elements, joins up with the part before it into the
+    // bytes one writer would have written.
+    void aLaterPartJoinsUpWithWhatComesBefore_data()
+    {
+        QTest::addColumn<QStringList>("later");
+        QTest::newRow("elements with text") << QStringList{"<trk", "<name", "'Ride", ">", "<trkseg", "<trkpt", "@lat=1", ">", ">", ">"};
+        QTest::newRow("an empty element") << QStringList{"<trk", ">"};
+        QTest::newRow("nothing") << QStringList{};
+    }
+
+    void aLaterPartJoinsUpWithWhatComesBefore()
+    {
+        QFETCH(QStringList, later);
+        const QStringList before{"<gpx", "@version=1.1", "<metadata", "<time", "'2024-07-01T12:00:00Z", ">", ">"};
+        QByteArray head, body;
+        HBXMLWriter first(&head);
+        first.writeStartDocument();
+        HBXMLWriter second(&body, {QLatin1StringView("gpx")});
+        std::vector<QByteArray> names;
+        names.reserve(size_t(before.size() + later.size()));
+        const auto play = [&names](HBXMLWriter &writer, const QStringList &script) {
+            for (const QString &call : script) {
+                names.push_back(call.mid(1).section(u'=', 0, 0).toLatin1());
+                const QLatin1StringView name(names.back());
+                const QString value = call.mid(1).section(u'=', 1);
+                switch (call.at(0).unicode()) {
+                case '<': writer.writeStartElement(name); break;
+                case '@': writer.writeAttribute(name, QStringView(value)); break;
+                case '\'': writer.writeCharacters(QStringView(call.mid(1))); break;
+                case '>': writer.writeEndElement(); break;
+                }
+            }
+        };
+        play(first, before);
+        play(second, later);
+        second.writeEndDocument();
+        QCOMPARE(head + body, byQt(before + later));
+    }
+
     void appendsToWhatTheDocumentHolds()
     {
         QByteArray bytes("kept");
