@@ -58,10 +58,11 @@ QVariant asID(const QVariant &value)
     return value;
 }
 
-bool sortsBefore(const QVariantList &a, const QVariantList &b, const QList<HBSortDescriptor> &sort)
+// a and b: one key per sort descriptor
+bool sortsBefore(const QVariant *a, const QVariant *b, const QList<HBSortDescriptor> &sort)
 {
     for (qsizetype i = 0; i < sort.size(); ++i) {
-        const QVariant &va = a.at(i), &vb = b.at(i);
+        const QVariant &va = a[i], &vb = b[i];
         const bool ascending = sort.at(i).ascending;
         if (!va.isValid() || !vb.isValid()) {
             if (va.isValid() == vb.isValid())
@@ -107,20 +108,22 @@ void sortObjects(QList<HBManagedObject *> &objects, const QList<HBSortDescriptor
     struct Keyed
     {
         HBManagedObject *object;
-        QVariantList values;
+        const QVariant *values;   // in `keys`
     };
     std::vector<SortKeyReader> readers;
     for (const HBSortDescriptor &s : sort)
         readers.emplace_back(s.key);
+    // every object's keys side by side in one array, not a list each
+    std::vector<QVariant> keys;
+    keys.reserve(size_t(objects.size()) * readers.size());
+    for (const HBManagedObject *object : std::as_const(objects)) {
+        for (SortKeyReader &read : readers)
+            keys.push_back(read(object));
+    }
     std::vector<Keyed> keyed;
     keyed.reserve(size_t(objects.size()));
-    for (HBManagedObject *object : std::as_const(objects)) {
-        QVariantList values;
-        values.reserve(sort.size());
-        for (SortKeyReader &read : readers)
-            values.append(read(object));
-        keyed.push_back({object, std::move(values)});
-    }
+    for (qsizetype i = 0; i < objects.size(); ++i)
+        keyed.push_back({objects[i], keys.data() + size_t(i) * readers.size()});
     const auto before = [&sort](const Keyed &a, const Keyed &b) { return sortsBefore(a.values, b.values, sort); };
     // A merge sort over the runs already in order: each store file gives
     // its rows sorted, so a fetch over several files is a few long runs
