@@ -164,7 +164,7 @@ public:
 private:
     QLatin1StringView decimal(const std::optional<HBDecimal> &value)
     {
-        m_decimal.clear();
+        m_decimal.resize(0);   // keeps the buffer, where clear() would free it
         if (value)
             value->appendLatin1(m_decimal);
         return QLatin1StringView(m_decimal);
