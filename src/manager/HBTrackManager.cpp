@@ -418,7 +418,7 @@ HBPersistentStore *HBTrackManager::addStoreWithURL(const QUrl &url)
     return store;
 }
 
-void HBTrackManager::assignToStore(HBManagedObject *object)
+void HBTrackManager::assignToStore(HBGeoPoint *object, const QDateTime &date)
 {
     HBManagedObjectContext *context = object ? object->managedObjectContext() : nullptr;
     HBPersistentStoreCoordinator *coordinator = context ? context->persistentStoreCoordinator() : nullptr;
@@ -435,8 +435,6 @@ void HBTrackManager::assignToStore(HBManagedObject *object)
     if (object->entity()->name() == QLatin1String("HBWaypoint")) {
         store = primaryPersistentStoreForCoordinator(coordinator);
     } else {
-        const auto *point = dynamic_cast<const HBGeoPoint *>(object);
-        const QDateTime date = point ? point->date() : object->valueForKey(QStringLiteral("date")).toDateTime();
         store = persistentStoreForCoordinator(coordinator, date);
         if (!store) {
             QMutex *lock = persistentStoreLock();

@@ -19,6 +19,7 @@
 
 class HBFileImportOperation;
 class HBGPSBabelImportOperation;
+class HBGeoPoint;
 class HBManagedObject;
 class HBManagedObjectContext;
 class HBTrack;
@@ -101,8 +102,9 @@ public:
                                                                const QDateTime &date);
     // Routes a newly inserted point to its store file: a waypoint to the
     // central store, a point with a date to its period's file, one without
-    // to the dateless file. A saved point never moves.
-    static void assignToStore(HBManagedObject *object);
+    // to the dateless file. A saved point never moves. `date` is the
+    // point's own, given by the caller that has just set it.
+    static void assignToStore(HBGeoPoint *point, const QDateTime &date);
 
     HBPersistentStoreCoordinator *persistentStoreCoordinator();
     void setPersistentStoreCoordinator(std::unique_ptr<HBPersistentStoreCoordinator> coordinator);

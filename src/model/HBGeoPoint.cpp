@@ -56,7 +56,7 @@ std::optional<qint64> asInteger(const QVariant &value)
 
 void HBGeoPoint::awakeFromInsert()
 {
-    HBTrackManager::assignToStore(this);
+    HBTrackManager::assignToStore(this, QDateTime());
 }
 
 int HBGeoPoint::slotOf(Attribute attribute)
@@ -107,8 +107,9 @@ QDateTime HBGeoPoint::date() const
 
 void HBGeoPoint::setDate(const QDateTime &date)
 {
-    setPrimitiveValue(slotOf(Attribute::Date), date.isValid() ? QVariant(date.toUTC()) : QVariant());
-    HBTrackManager::assignToStore(this);
+    const QDateTime utc = date.isValid() ? date.toUTC() : QDateTime();
+    setPrimitiveValue(slotOf(Attribute::Date), utc.isValid() ? QVariant(utc) : QVariant());
+    HBTrackManager::assignToStore(this, utc);
 }
 
 QDateTime HBGeoPoint::localDate() const
