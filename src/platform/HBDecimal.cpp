@@ -66,8 +66,15 @@ public:
     {
         if (m_kept == 0 && digit == 0)
             return; // a leading zero carries no value
+        // Coordinates have fewer digits than 64 bits hold, where a step is
+        // one multiplication instead of a 128-bit one.
+        if (m_kept < kSmallDigits) {
+            m_small = m_small * 10 + quint64(digit);
+            ++m_kept;
+            return;
+        }
         if (m_kept < HBDecimal::kMaxDigits) {
-            m_coefficient = m_coefficient * 10 + Coefficient(digit);
+            m_coefficient = coefficient() * 10 + Coefficient(digit);
             ++m_kept;
             return;
         }
@@ -87,7 +94,7 @@ public:
     Rounded rounded() const
     {
         if (m_dropped == 0)
-            return {m_coefficient, 0};
+            return {coefficient(), 0};
         const bool odd = (m_coefficient & 1) != 0;
         const bool up = m_roundingDigit > 5 || (m_roundingDigit == 5 && (m_sticky || odd));
         const Coefficient coefficient = m_coefficient + (up ? 1 : 0);
@@ -97,7 +104,12 @@ public:
     }
 
 private:
-    Coefficient m_coefficient = 0;
+    static constexpr int kSmallDigits = 19;   // 10^19 - 1 fits in 64 bits
+
+    Coefficient coefficient() const { return m_kept <= kSmallDigits ? Coefficient(m_small) : m_coefficient; }
+
+    quint64 m_small = 0;         // the first kSmallDigits kept digits
+    Coefficient m_coefficient = 0;   // all kept digits, once there are more
     int m_kept = 0;
     qint64 m_dropped = 0;
     int m_roundingDigit = 0;

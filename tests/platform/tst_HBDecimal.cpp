@@ -84,6 +84,8 @@ void tst_HBDecimal::readsAndWritesBackEveryDigit_data()
     QTest::newRow("small fraction") << "0.00120" << "0.00120" << 5;
     QTest::newRow("white space around") << "  48.1 \n" << "48.1" << 1;
     QTest::newRow("tabs and carriage return") << "\t-7\r\n" << "-7" << 0;
+    QTest::newRow("19 digits") << "-9999999999999999999" << "-9999999999999999999" << 0;
+    QTest::newRow("20 digits, past 64 bits") << "18446744073709551616.5" << "18446744073709551616.5" << 1;
     QTest::newRow("38 digits") << "0." + kFullDigits << "0." + kFullDigits << 38;
     QTest::newRow("smallest exponent") << "1e-6144" << "0." + QString(6143, u'0') + "1" << 6144;
 }
