@@ -5,6 +5,10 @@
 #include "model/HBWaypoint.h"
 #include "platform/store/HBManagedObjectContext.h"
 
+// Element names compare against Latin-1 literals, whose length is known
+// without scanning them at every tag.
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
 // "lat" and "lon" as written; a missing or malformed attribute is NaN,
@@ -36,14 +40,14 @@ void HBGPXFileImportOperation::parserDidStartElement(ExpatXMLParser &parser, con
     HBXMLFileImportOperation::parserDidStartElement(parser, elementName, namespaceURI, qualifiedName, attributes);
     m_currentElement = elementName;
     clearCurrentStringValue();
-    if (elementName == u"trkpt") {
+    if (elementName == "trkpt"_L1) {
         openTrackPoint();
         setPosition(m_currentTrackPoint, attributes);
-    } else if (elementName == u"trkseg") {
+    } else if (elementName == "trkseg"_L1) {
         openTrackSegment();
-    } else if (elementName == u"trk") {
+    } else if (elementName == "trk"_L1) {
         openTrack();
-    } else if (elementName == u"wpt") {
+    } else if (elementName == "wpt"_L1) {
         m_currentWaypoint = managedObjectContext()->insertNewObject<HBWaypoint>(QStringLiteral("HBWaypoint"));
         m_currentWaypoint->setOrder(m_objectImportOrder++);
         setPosition(m_currentWaypoint, attributes);
@@ -53,13 +57,13 @@ void HBGPXFileImportOperation::parserDidStartElement(ExpatXMLParser &parser, con
 void HBGPXFileImportOperation::parserDidEndElement(ExpatXMLParser &, const QString &elementName, const QString &,
                                                    const QString &)
 {
-    if (elementName == u"trkpt")
+    if (elementName == "trkpt"_L1)
         closeTrackPoint();
-    else if (elementName == u"trkseg")
+    else if (elementName == "trkseg"_L1)
         closeTrackSegment();
-    else if (elementName == u"trk")
+    else if (elementName == "trk"_L1)
         closeTrack();
-    else if (elementName == u"wpt")
+    else if (elementName == "wpt"_L1)
         closeWaypoint();
     else if (hasCurrentStringValue())
         setText(elementName);
@@ -76,19 +80,19 @@ void HBGPXFileImportOperation::setText(const QString &elementName)
 {
     const QStringView text = currentStringValue();
     HBGeoPoint *point = m_currentTrackPoint ? static_cast<HBGeoPoint *>(m_currentTrackPoint) : m_currentWaypoint;
-    if (elementName == u"ele") {
+    if (elementName == "ele"_L1) {
         if (point)
             point->setElevation(HBDecimal::fromString(text));
-    } else if (elementName == u"time") {
+    } else if (elementName == "time"_L1) {
         if (point)
             point->setDate(dateFromTimeText(text));
-    } else if (elementName == u"name") {
+    } else if (elementName == "name"_L1) {
         setOnTarget(point, m_currentTrack, &HBGeoPoint::setName, &HBTrack::setName, text);
-    } else if (elementName == u"cmt") {
+    } else if (elementName == "cmt"_L1) {
         setOnTarget(point, m_currentTrack, &HBGeoPoint::setGpsComment, &HBTrack::setGpsComment, text);
-    } else if (elementName == u"desc") {
+    } else if (elementName == "desc"_L1) {
         setOnTarget(point, m_currentTrack, &HBGeoPoint::setNotes, &HBTrack::setNotes, text);
-    } else if (elementName == u"sym") {
+    } else if (elementName == "sym"_L1) {
         if (m_currentWaypoint)
             m_currentWaypoint->setSymbolName(text.toString());
     }

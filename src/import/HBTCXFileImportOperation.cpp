@@ -4,6 +4,10 @@
 #include "model/HBTrackPoint.h"
 #include "platform/HBLogging.h"
 
+// Element names compare against Latin-1 literals, whose length is known
+// without scanning them at every tag.
+using namespace Qt::Literals::StringLiterals;
+
 HBTCXFileImportOperation::HBTCXFileImportOperation() = default;
 
 void HBTCXFileImportOperation::parserDidStartElement(ExpatXMLParser &parser, const QString &elementName,
@@ -13,20 +17,20 @@ void HBTCXFileImportOperation::parserDidStartElement(ExpatXMLParser &parser, con
     HBXMLFileImportOperation::parserDidStartElement(parser, elementName, namespaceURI, qualifiedName, attributes);
     m_currentElement = elementName;
     clearCurrentStringValue();
-    if (elementName == u"Trackpoint") {
+    if (elementName == "Trackpoint"_L1) {
         if (m_currentTrackPoint)
             repairFrom(Level::Point);
         openTrackPoint();
-    } else if (elementName == u"Track") {
+    } else if (elementName == "Track"_L1) {
         if (m_currentSegment)
             repairFrom(Level::Segment);
         openTrackSegment();
-    } else if (elementName == u"Lap") {
+    } else if (elementName == "Lap"_L1) {
         if (m_currentTrack)
             repairFrom(Level::Track);
         openTrack();
         m_currentTrack->setName(QStringLiteral("Lap #%1").arg(m_currentTrack->order()));
-    } else if (elementName == u"Activity") {
+    } else if (elementName == "Activity"_L1) {
         if (m_currentEvent)
             repairFrom(Level::Event);
         openEvent();
@@ -48,13 +52,13 @@ void HBTCXFileImportOperation::repairFrom(Level level)
 void HBTCXFileImportOperation::parserDidEndElement(ExpatXMLParser &, const QString &elementName, const QString &,
                                                    const QString &)
 {
-    if (elementName == u"Trackpoint")
+    if (elementName == "Trackpoint"_L1)
         closeTrackPoint();
-    else if (elementName == u"Track")
+    else if (elementName == "Track"_L1)
         closeTrackSegment();
-    else if (elementName == u"Lap")
+    else if (elementName == "Lap"_L1)
         closeTrack();
-    else if (elementName == u"Activity")
+    else if (elementName == "Activity"_L1)
         closeEvent();
     else if (hasCurrentStringValue() && m_currentTrackPoint)
         setText(elementName);
@@ -63,14 +67,14 @@ void HBTCXFileImportOperation::parserDidEndElement(ExpatXMLParser &, const QStri
 void HBTCXFileImportOperation::setText(const QString &elementName)
 {
     const QStringView text = currentStringValue();
-    if (elementName == u"Time") {
+    if (elementName == "Time"_L1) {
         if (text.size() >= 19)
             m_currentTrackPoint->setDate(dateFromTimeText(text));
-    } else if (elementName == u"LatitudeDegrees") {
+    } else if (elementName == "LatitudeDegrees"_L1) {
         m_currentTrackPoint->setLatitude(HBDecimal::fromString(text));
-    } else if (elementName == u"LongitudeDegrees") {
+    } else if (elementName == "LongitudeDegrees"_L1) {
         m_currentTrackPoint->setLongitude(HBDecimal::fromString(text));
-    } else if (elementName == u"AltitudeMeters") {
+    } else if (elementName == "AltitudeMeters"_L1) {
         m_currentTrackPoint->setElevation(HBDecimal::fromString(text));
     }
 }
