@@ -8,6 +8,7 @@
 
 #include <expat.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string>
@@ -55,6 +56,18 @@ struct ParserFree
 };
 using ParserHandle = std::unique_ptr<std::remove_pointer_t<XML_Parser>, ParserFree>;
 
+// ASCII text written over `target` in place; false, leaving it as it was,
+// for other text or a string shared with someone else.
+bool assignText(QString &target, const char *utf8)
+{
+    const size_t length = std::strlen(utf8);
+    if (!target.isDetached() || !std::all_of(utf8, utf8 + length, [](char c) { return uchar(c) < 0x80; }))
+        return false;
+    target.resize(qsizetype(length));
+    std::copy(utf8, utf8 + length, target.data());
+    return true;
+}
+
 // A null pointer from Expat means "absent" and stays a null QString.
 QString text(const XML_Char *utf8)
 {
@@ -95,6 +108,14 @@ struct ExpatXMLParser::Private
     std::array<RecentName, 256> recentNames;
 
     QString name(const XML_Char *utf8);
+    // The attributes of the element being started, in one map kept from tag
+    // to tag: elements repeat the same attributes ("lat" and "lon" on every
+    // point), and refilling the entries in place spares the five
+    // allocations of a map built afresh. A delegate that keeps a copy of the
+    // map or of a value keeps what it was given: shared data is never
+    // written.
+    ExpatXMLParserDelegate::Attributes attributes;
+    const ExpatXMLParserDelegate::Attributes &attributesOf(const XML_Char **pairs);
 
     bool createParser();
     void installHandlers();
@@ -220,10 +241,29 @@ void ExpatXMLParser::Private::startElement(const XML_Char *name, const XML_Char 
         }
         qualifiedName = parts.size() >= 3 ? parts.at(2) + u':' + elementName : elementName;
     }
-    ExpatXMLParserDelegate::Attributes map;
-    for (const XML_Char **a = attributes; *a; a += 2)
-        map.insert(this->name(a[0]), QString::fromUtf8(a[1]));
-    delegate->parserDidStartElement(q, elementName, namespaceURI, qualifiedName, map);
+    delegate->parserDidStartElement(q, elementName, namespaceURI, qualifiedName, attributesOf(attributes));
+}
+
+const ExpatXMLParserDelegate::Attributes &ExpatXMLParser::Private::attributesOf(const XML_Char **pairs)
+{
+    // elements without attributes leave the kept map for the next with some
+    static const ExpatXMLParserDelegate::Attributes none;
+    if (!pairs[0])
+        return none;
+    qsizetype count = 0;
+    while (pairs[2 * count])
+        ++count;
+    bool refilled = attributes.isDetached() && attributes.size() == count;
+    for (const XML_Char **a = pairs; refilled && *a; a += 2) {
+        const auto entry = attributes.find(name(a[0]));
+        refilled = entry != attributes.end() && assignText(entry.value(), a[1]);
+    }
+    if (!refilled) {
+        attributes = {};
+        for (const XML_Char **a = pairs; *a; a += 2)
+            attributes.insert(name(a[0]), QString::fromUtf8(a[1]));
+    }
+    return attributes;
 }
 
 void ExpatXMLParser::Private::onStartElement(void *userData, const XML_Char *name,

@@ -166,6 +166,7 @@ private slots:
     void undecodedTextIsUtf8_data();
     void undecodedTextIsUtf8();
     void reportsManyDistinctNames();
+    void keptAttributesKeepTheirValues();
 
 private:
     QTemporaryDir m_files;
@@ -734,6 +735,68 @@ void tst_ExpatXMLParser::reportsManyDistinctNames()
     for (int i = 0; i < 6000; ++i)
         attributeNames << names[i] + u'a';
     QCOMPARE(delegate.attributeNames, attributeNames);
+}
+
+namespace {
+
+// Keeps every element's attribute map and the value of "a" on its own, or
+// only a text written from them, which shares nothing with the reader.
+class KeepingDelegate : public ExpatXMLParserDelegate
+{
+public:
+    explicit KeepingDelegate(bool keep) : keep(keep) {}
+    const bool keep;
+    QList<Attributes> maps;
+    QStringList values, texts;
+    Callbacks implementedCallbacks() const override { return Callback::StartElement; }
+    void parserDidStartElement(ExpatXMLParser &, const QString &, const QString &, const QString &,
+                               const Attributes &attributes) override
+    {
+        QString text;
+        for (auto it = attributes.cbegin(); it != attributes.cend(); ++it)
+            text += it.key() + u'=' + it.value() + u';';
+        texts << text;
+        if (!keep)
+            return;
+        maps << attributes;
+        values << attributes.value(QStringLiteral("a"));
+    }
+};
+
+} // namespace
+
+// The reader refills one map from element to element; every element must
+// see its own attributes, whether the one before had the same, others,
+// more, none, or non-ASCII ones, and what a delegate kept of an earlier
+// element must not change under it.
+void tst_ExpatXMLParser::keptAttributesKeepTheirValues()
+{
+    const QByteArray document = "<r><p a=\"1\" b=\"x\"/><p a=\"22\" b=\"y\"/><p a=\"3\" c=\"z\"/>"
+                                "<p a=\"\xc3\xa9\" b=\"w\"/><p a=\"4444\" b=\"\"/><p/><p a=\"5\" b=\"v\" c=\"u\"/>"
+                                "<p a=\"6\" b=\"t\"/></r>";
+    const QStringList texts{"", "a=1;b=x;", "a=22;b=y;", "a=3;c=z;", u"a=\u00e9;b=w;"_s, "a=4444;b=;", "",
+                            "a=5;b=v;c=u;", "a=6;b=t;"};
+    for (const bool keep : {false, true}) {
+        KeepingDelegate delegate(keep);
+        ExpatXMLParser parser(document);
+        parser.setDelegate(&delegate);
+        parser.parse();
+        QCOMPARE(delegate.texts, texts);
+        if (!keep)
+            continue;
+        using Map = ExpatXMLParserDelegate::Attributes;
+        const QList<Map> expected{Map{},
+                                  Map{{"a", "1"}, {"b", "x"}},
+                                  Map{{"a", "22"}, {"b", "y"}},
+                                  Map{{"a", "3"}, {"c", "z"}},
+                                  Map{{"a", u"\u00e9"_s}, {"b", "w"}},
+                                  Map{{"a", "4444"}, {"b", ""}},
+                                  Map{},
+                                  Map{{"a", "5"}, {"b", "v"}, {"c", "u"}},
+                                  Map{{"a", "6"}, {"b", "t"}}};
+        QCOMPARE(delegate.maps, expected);
+        QCOMPARE(delegate.values, (QStringList{"", "1", "22", "3", u"\u00e9"_s, "4444", "", "5", "6"}));
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_ExpatXMLParser)
