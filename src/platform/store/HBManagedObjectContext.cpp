@@ -322,13 +322,6 @@ HBManagedObject *HBManagedObjectContext::Private::registeredObject(const HBManag
     return id.isTemporaryID() ? temporaryIndex().value(id) : registered.value(id);
 }
 
-HBManagedObject *HBManagedObjectContext::Private::indexedObject(const HBManagedObjectID &id)
-{
-    if (!id.isTemporaryID())
-        return registered.value(id);
-    return temporaries ? temporaries->value(id) : nullptr;
-}
-
 void HBManagedObjectContext::Private::enrol(HBManagedObject *object)
 {
     const HBManagedObjectID id = object->objectID();
@@ -1199,17 +1192,18 @@ const HBRowValues &HBManagedObjectContext::valuesOf(const HBManagedObject *objec
 
 void HBManagedObjectContext::reset()
 {
-    // Every object is registered under its ID, or lies in the graveyard once
-    // its deletion was saved, or is an inserted one not indexed; an inserted
-    // object is checked for being indexed rather than gathered into a set
-    // with the rest, which for an import's million points costs more than
-    // deleting them.
+    // Every object is in the index of permanent IDs, or lies in the
+    // graveyard once its deletion was saved, or is an inserted one known by
+    // a temporary ID, which is in the temporary index only if that was
+    // built; such an object is checked for being there rather than every
+    // object gathered into a set, which for an import's million points
+    // costs more than deleting them.
     std::vector<HBManagedObject *> all = d->registered.objects();
     if (d->temporaries)
         all.insert(all.end(), d->temporaries->begin(), d->temporaries->end());
     all.insert(all.end(), d->graveyard.begin(), d->graveyard.end());
     for (HBManagedObject *o : d->insertedOrder) {
-        if (d->indexedObject(o->m_objectID) != o)
+        if (o->m_objectID.isTemporaryID() && !(d->temporaries && d->temporaries->value(o->m_objectID) == o))
             all.push_back(o);
     }
     d->registered.clear();

@@ -55,7 +55,6 @@ struct HBManagedObjectContext::Private
     HBObjectIndex registered;   // permanent IDs
     std::optional<QHash<HBManagedObjectID, HBManagedObject *>> temporaries;
     HBManagedObject *registeredObject(const HBManagedObjectID &id);   // builds the index if need be
-    HBManagedObject *indexedObject(const HBManagedObjectID &id);  // never builds the temporary index
     void enrol(HBManagedObject *object);
     void unenrol(const HBManagedObjectID &id);
     QHash<HBManagedObjectID, HBManagedObject *> &temporaryIndex();
