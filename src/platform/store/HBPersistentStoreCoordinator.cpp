@@ -150,21 +150,28 @@ std::function<HBManagedObjectID(qint64)> HBPersistentStoreCoordinator::managedOb
         const QString prefix = QStringLiteral("%1://%2/%3/p").arg(HBManagedObjectID::uriScheme(), host, entityName);
         return [this, prefix](qint64 key) { return managedObjectIDForURIString(prefix + QString::number(key)); };
     }
-    const HBEntityDescription *entity = m_model->entityNamed(entityName.toString());
     const quint32 token = HBManagedObjectID::internStoreIdentifier(host.toString());
-    const HBPersistentStore *store = persistentStoreForIdentifierToken(token);
-    if (!entity || !store || !store->holdsEntity(entity))
-        return [](qint64) { return HBManagedObjectID(); };
-    return [entity, token](qint64 key) {
-        return key > 0 ? HBManagedObjectID::permanentID(entity, token, key) : HBManagedObjectID();
-    };
+    const HBEntityDescription *entity = entityInStore(entityName, token);
+    return [entity, token](qint64 key) { return permanentIDOf(entity, token, key); };
+}
+
+const HBEntityDescription *HBPersistentStoreCoordinator::entityInStore(QStringView entityName, quint32 storeToken) const
+{
+    const HBEntityDescription *entity = m_model->entityNamed(entityName.toString());
+    const HBPersistentStore *store = entity ? persistentStoreForIdentifierToken(storeToken) : nullptr;
+    return store && store->holdsEntity(entity) ? entity : nullptr;
+}
+
+HBManagedObjectID HBPersistentStoreCoordinator::permanentIDOf(const HBEntityDescription *entity, quint32 storeToken,
+                                                              qint64 key)
+{
+    return entity && key > 0 ? HBManagedObjectID::permanentID(entity, storeToken, key) : HBManagedObjectID();
 }
 
 HBManagedObjectID HBPersistentStoreCoordinator::permanentIDForPlainParts(QStringView host, QStringView entityName,
                                                                          qint64 key) const
 {
-    const HBEntityDescription *entity = m_model->entityNamed(entityName.toString());
-    if (key <= 0 || !entity)
+    if (key <= 0)
         return {};
     // the points of a segment nearly all name the same few stores
     thread_local QString lastHost;
@@ -173,10 +180,7 @@ HBManagedObjectID HBPersistentStoreCoordinator::permanentIDForPlainParts(QString
         lastHost = host.toString();
         lastToken = HBManagedObjectID::internStoreIdentifier(lastHost);
     }
-    HBPersistentStore *store = persistentStoreForIdentifierToken(lastToken);
-    if (!store || !store->holdsEntity(entity))
-        return {};
-    return HBManagedObjectID::permanentID(entity, lastToken, key);
+    return permanentIDOf(entityInStore(entityName, lastToken), lastToken, key);
 }
 
 void HBPersistentStoreCoordinator::assignObject(HBManagedObject *object, HBPersistentStore *store)

@@ -62,6 +62,10 @@ public:
 
 private:
     HBManagedObjectID permanentIDForPlainParts(QStringView host, QStringView entityName, qint64 key) const;
+    // What a plain URI's parts name: the entity, when the store holds it
+    // (null otherwise), and a record of it for a positive key.
+    const HBEntityDescription *entityInStore(QStringView entityName, quint32 storeToken) const;
+    static HBManagedObjectID permanentIDOf(const HBEntityDescription *entity, quint32 storeToken, qint64 key);
 
     const HBManagedObjectModel *m_model;
     mutable QReadWriteLock m_storesLock;
