@@ -66,8 +66,8 @@ struct HBManagedObjectContext::Private
     // fetches; the inserted lists may hold objects saved or deleted since
     QHash<const HBEntityDescription *, std::vector<HBManagedObject *>> insertedByRoot;
     QHash<const HBEntityDescription *, QSet<HBManagedObject *>> updatedByRoot;
-    quint32 saveSerial = 0;
-    const HBEntityDescription *lastInsertedEntity = nullptr;   // marks the objects whose will-save hook ran in a save
+    quint32 saveSerial = 0;   // marks the objects whose will-save hook ran in a save
+    const HBEntityDescription *lastInsertedEntity = nullptr;   // imports insert one entity many times over
     std::vector<HBManagedObject *> graveyard;         // deleted and saved; freed at reset
     // Lists of to-many members cached on the objects are good while their
     // generation is this one; any change to a relationship forgets them all.
