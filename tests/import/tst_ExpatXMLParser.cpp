@@ -31,9 +31,14 @@ public:
     QString abortAfter;
     // Appends " @line:column:byte" to start and end tags.
     bool withPositions = false;
+    // Says so to the reader, when logging positions.
+    bool asksLinesAndColumns = true;
     QStringList log;
 
-    Callbacks implementedCallbacks() const override { return implemented; }
+    Callbacks implementedCallbacks() const override
+    {
+        return withPositions && asksLinesAndColumns ? implemented | Callback::ReadsLinesAndColumns : implemented;
+    }
 
     void parserDidStartDocument(ExpatXMLParser &parser) override
     {
@@ -167,6 +172,10 @@ private slots:
     void undecodedTextIsUtf8();
     void reportsManyDistinctNames();
     void keptAttributesKeepTheirValues();
+    void linesAndColumnsOnlyWhenAskedFor();
+    void longDocumentsArriveWholeAndInOrder();
+    void abortStopsALongDocument_data();
+    void abortStopsALongDocument();
 
 private:
     QTemporaryDir m_files;
@@ -797,6 +806,156 @@ void tst_ExpatXMLParser::keptAttributesKeepTheirValues()
         QCOMPARE(delegate.maps, expected);
         QCOMPARE(delegate.values, (QStringList{"", "1", "22", "3", u"\u00e9"_s, "4444", "", "5", "6"}));
     }
+}
+
+// Finding lines and columns costs a pass over the document, so only a
+// delegate that asks gets them during the parse; byte offsets, which the
+// importers' progress reads, are exact either way, and so is the place of
+// a fault once the parse has ended.
+void tst_ExpatXMLParser::linesAndColumnsOnlyWhenAskedFor()
+{
+    const QByteArray document = "<a>\n  <b c=\"1\"/>\r\n\t<d>\xc3\xa9</d>\n</a>\n<e/>";
+    const QStringList tags{"start(a, nil, nil, {})", "start(b, nil, nil, {c=1})", "end(b, nil, nil)",
+                           "start(d, nil, nil, {})", "end(d, nil, nil)", "end(a, nil, nil)"};
+    // columns count characters: "é" is one; "\r\n" ends one line
+    const QStringList asked{"@1:3:0", "@2:12:6", "@2:12:16", "@3:4:19", "@3:9:24", "@4:4:29"};
+    const QStringList notAsked{"@0:3:0", "@0:10:6", "@0:0:16", "@0:3:19", "@0:4:24", "@0:4:29"};
+    for (const bool ask : {true, false}) {
+        RecordingDelegate delegate;
+        delegate.implemented = Callback::StartElement | Callback::EndElement;
+        delegate.withPositions = true;
+        delegate.asksLinesAndColumns = ask;
+        ExpatXMLParser parser(document);
+        parser.setDelegate(&delegate);
+        parser.parse();
+        QStringList expected;
+        for (qsizetype i = 0; i < tags.size(); ++i)
+            expected << tags[i] + u' ' + (ask ? asked : notAsked)[i];
+        QCOMPARE(delegate.log, expected);
+        // "<e/>" after the root is the fault, on line 5
+        QCOMPARE(parser.lineNumber(), 5);
+        QCOMPARE(parser.columnNumber(), 0);
+        QCOMPARE(parser.byteNumber(), 34);
+    }
+}
+
+namespace {
+
+// A long document: tens of thousands of elements, each with its number in
+// an attribute and in its text, so that a lost, repeated or misplaced
+// event shows.
+QByteArray numberedDocument(int count)
+{
+    QByteArray document = "<r>";
+    for (int i = 0; i < count; ++i) {
+        const QByteArray n = QByteArray::number(i);
+        document += "<p n=\"" + n + "\"" + (i % 3 ? "" : " m=\"x\"") + ">" + n + "</p>";
+        if (i % 1000 == 0)
+            document += "<q/>";
+    }
+    return document + "</r>";
+}
+
+class CountingDelegate : public ExpatXMLParserDelegate
+{
+public:
+    int abortAtStart = -1;   // number of the <p> whose start aborts
+    bool withText = true;    // each <p> holds its number as text
+    int starts = 0;
+    int ends = 0;
+    QStringList faults;
+    HBError error;
+
+    Callbacks implementedCallbacks() const override
+    {
+        return Callback::StartElement | Callback::EndElement | Callback::FoundCharacters
+            | Callback::ParseErrorOccurred;
+    }
+    void parserDidStartElement(ExpatXMLParser &parser, const QString &name, const QString &, const QString &,
+                               const Attributes &attributes) override
+    {
+        if (name == u"p") {
+            const QString expected = QString::number(starts);
+            if (attributes.value(QStringLiteral("n")) != expected || attributes.contains(QStringLiteral("m")) != (starts % 3 == 0))
+                faults << QStringLiteral("attributes of %1").arg(expected);
+            text.clear();
+            if (starts++ == abortAtStart)
+                parser.abortParsing();
+        }
+    }
+    void parserFoundCharacters(ExpatXMLParser &, const QString &string) override { text += string; }
+    void parserDidEndElement(ExpatXMLParser &, const QString &name, const QString &, const QString &) override
+    {
+        if (name != u"p")
+            return;
+        if (text != (withText ? QString::number(ends) : QString()))
+            faults << QStringLiteral("text of %1").arg(ends);
+        ++ends;
+    }
+    void parserParseErrorOccurred(ExpatXMLParser &, const HBError &e) override { error = e; }
+
+private:
+    QString text;
+};
+
+} // namespace
+
+// The document is read on one thread and its events handled on another,
+// in batches; every event must arrive once, in order, with its own names,
+// attributes and text, however the batches fall.
+void tst_ExpatXMLParser::longDocumentsArriveWholeAndInOrder()
+{
+    constexpr int count = 60000;
+    CountingDelegate delegate;
+    ExpatXMLParser parser(numberedDocument(count));
+    parser.setDelegate(&delegate);
+    parser.parse();
+    QCOMPARE(delegate.faults, QStringList());
+    QCOMPARE(delegate.starts, count);
+    QCOMPARE(delegate.ends, count);
+    QVERIFY(delegate.error.isNull());
+}
+
+void tst_ExpatXMLParser::abortStopsALongDocument_data()
+{
+    QTest::addColumn<QByteArray>("document");
+    QTest::addColumn<bool>("withText");
+    QTest::addColumn<int>("abortAt");
+    QTest::addColumn<int>("ends");
+
+    // Without text, an empty element's start and end are two events:
+    // aborting in the start of the 2048th to 2050th falls on either side
+    // of where one batch of events ends and the next begins, and Expat
+    // still reports the end of the element it was stopped in.
+    QByteArray empties = "<r>";
+    for (int i = 0; i < 20000; ++i)
+        empties += "<p n=\"" + QByteArray::number(i) + "\"" + (i % 3 ? "" : " m=\"x\"") + "/>";
+    empties += "</r>";
+    for (const int at : {0, 2046, 2047, 2048, 2049, 15000})
+        QTest::addRow("empty elements, at %d", at) << empties << false << at << at + 1;
+    // With the reader far ahead and waiting for room, the abort must still
+    // end the parse at once.
+    for (const int at : {0, 30000})
+        QTest::addRow("elements with text, at %d", at) << numberedDocument(200000) << true << at << at;
+}
+
+void tst_ExpatXMLParser::abortStopsALongDocument()
+{
+    QFETCH(QByteArray, document);
+    QFETCH(bool, withText);
+    QFETCH(int, abortAt);
+    QFETCH(int, ends);
+
+    CountingDelegate delegate;
+    delegate.abortAtStart = abortAt;
+    delegate.withText = withText;
+    ExpatXMLParser parser(document);
+    parser.setDelegate(&delegate);
+    parser.parse();
+    QCOMPARE(delegate.faults, QStringList());
+    QCOMPARE(delegate.starts, abortAt + 1);
+    QCOMPARE(delegate.ends, ends);
+    QCOMPARE(delegate.error.code(), int(XML_ERROR_ABORTED));
 }
 
 QTEST_GUILESS_MAIN(tst_ExpatXMLParser)
