@@ -23,3 +23,14 @@ inline qint64 rowsIn(const QString &path, const QString &table, const QString &w
     sqlite3_close(db);
     return count;
 }
+
+// Runs statements on a file past the library, as another program would;
+// false when they fail.
+inline bool execIn(const QString &path, const QString &sql)
+{
+    sqlite3 *db = nullptr;
+    bool ok = sqlite3_open_v2(QFile::encodeName(path).constData(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK
+        && sqlite3_exec(db, qPrintable(sql), nullptr, nullptr, nullptr) == SQLITE_OK;
+    sqlite3_close(db);
+    return ok;
+}

@@ -987,9 +987,11 @@ bool HBManagedObjectContext::save(HBError *error)
     }
 
     PendingChanges pending;
+    // inserted and deleted again before the save: dropped without a trace
+    std::vector<HBManagedObject *> dropped;
     for (HBManagedObject *o : d->insertedOrder) {
-        if (o->m_inserted && !o->m_deleted)
-            pending.inserted.push_back(o);
+        if (o->m_inserted)
+            (o->m_deleted ? dropped : pending.inserted).push_back(o);
     }
     pending.updated.assign(d->updated.begin(), d->updated.end());
     pending.deleted = d->deletedOrder;
@@ -1141,6 +1143,7 @@ bool HBManagedObjectContext::save(HBError *error)
     }
 
     // What was saved is now clean here.
+    changes.inserted.reserve(qsizetype(pending.inserted.size()));
     for (HBManagedObject *o : pending.inserted) {
         o->m_inserted = false;
         o->m_changed = 0;
@@ -1156,17 +1159,25 @@ bool HBManagedObjectContext::save(HBError *error)
         gone.insert(o);
         changes.deleted.append(o->m_objectID);
     }
-    // inserted and deleted again before the save: dropped without a trace
-    for (HBManagedObject *o : d->insertedOrder) {
-        if (o->m_inserted && o->m_deleted) {
-            o->m_inserted = false;
-            gone.insert(o);
-        }
+    for (HBManagedObject *o : dropped) {
+        o->m_inserted = false;
+        gone.insert(o);
     }
-    std::erase_if(d->insertedOrder, [](const HBManagedObject *o) { return !o->m_inserted; });
+    // Every object in the insertion lists was saved or dropped, unless a
+    // store refused its part; walking a million objects again to find that
+    // out would cost more than the save's own bookkeeping.
+    const auto notInserted = [](const HBManagedObject *o) { return !o->m_inserted; };
+    for (auto it = d->insertedByRoot.begin(); it != d->insertedByRoot.end(); ++it) {
+        if (saveFailed)
+            std::erase_if(*it, notInserted);
+        else
+            it->clear();
+    }
+    if (saveFailed)
+        std::erase_if(d->insertedOrder, notInserted);
+    else
+        d->insertedOrder.clear();
     std::erase_if(d->deletedOrder, [&gone](HBManagedObject *o) { return gone.contains(o); });
-    for (auto it = d->insertedByRoot.begin(); it != d->insertedByRoot.end(); ++it)
-        std::erase_if(*it, [](const HBManagedObject *o) { return !o->m_inserted; });
     for (auto it = d->updatedByRoot.begin(); it != d->updatedByRoot.end(); ++it)
         it->removeIf([](HBManagedObject *o) { return !o->hasChanges(); });
     for (HBManagedObject *o : std::as_const(gone)) {

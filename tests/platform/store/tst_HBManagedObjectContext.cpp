@@ -475,6 +475,48 @@ private slots:
                  0);
     }
 
+    // A save whose rows one file refuses writes the rest: what reached a
+    // file is clean, what did not stays pending and is written by the next
+    // save, and an object inserted and deleted again is gone either way.
+    void aFileThatRefusesItsRowsLeavesThemPending()
+    {
+        QLoggingCategory::setFilterRules(QStringLiteral("hb.manager.warning=false"));
+        const auto restoreLogging = qScopeGuard([] { QLoggingCategory::setFilterRules(QString()); });
+        StoreFixture f;
+        QVERIFY(f.open());
+        auto root = f.newRootContext();
+        QVERIFY(execIn(f.pointsPath(), QStringLiteral("CREATE TRIGGER refuse BEFORE INSERT ON HBGeoPoint "
+                                                      "BEGIN SELECT RAISE(ABORT, 'refused'); END")));
+        root->performBlockAndWait([&] {
+            HBManagedObject *waypoint = insert(*root, "HBWaypoint", {{"name", "summit"}});
+            QList<HBManagedObject *> points;
+            for (int i = 0; i < 3; ++i) {
+                points << insert(*root, "HBTrackPoint", {{"order", i}});
+                root->assignObject(points.last(), f.points);
+            }
+            HBManagedObject *dropped = insert(*root, "HBWaypoint", {{"name", "dropped"}});
+            root->deleteObject(dropped);
+
+            HBError error;
+            QVERIFY(!root->save(&error));
+            QCOMPARE(error.code(), 134030);
+            QVERIFY(!waypoint->hasChanges());
+            for (HBManagedObject *point : points)
+                QVERIFY(point->isInserted());
+            QCOMPARE(fetch(*root, "HBWaypoint").size(), 1);
+            QCOMPARE(fetch(*root, "HBTrackPoint").size(), 3);
+
+            QVERIFY(execIn(f.pointsPath(), QStringLiteral("DROP TRIGGER refuse")));
+            QVERIFY2(root->save(&error), qPrintable(error.localizedDescription()));
+            for (HBManagedObject *point : points)
+                QVERIFY(!point->isInserted());
+            QVERIFY(!root->hasChanges());
+        });
+        QCOMPARE(rowsIn(f.centralPath(), "HBGeoPoint"), 1);
+        QCOMPARE(rowsIn(f.pointsPath(), "HBGeoPoint"), 3);
+        QCOMPARE(rowsIn(f.pointsPath(), "HBGeoPoint", QStringLiteral("\"order\" NOT IN (0, 1, 2)")), 0);
+    }
+
     // Queries are prepared once per store and kept: asked again, the same
     // query must see what was saved in between.
     void repeatedFetchSeesLaterSaves()
