@@ -1,10 +1,9 @@
 #include "import/ExpatXMLParser.h"
 
-#include "import/ExpatXMLParserDelegate.h"
-#include "platform/HBLogging.h"
-
 #include "import/ExpatEventQueue.h"
 #include "import/ExpatEventRecorder.h"
+#include "import/ExpatXMLParserDelegate.h"
+#include "platform/HBLogging.h"
 
 #include <QFile>
 #include <QScopeGuard>
@@ -34,7 +33,9 @@ using Batch = ExpatEventBatch;
 
 namespace {
 
-// Batches the recording thread may be ahead by.
+// Batches the recording thread may be ahead by: at most some 16 MiB of
+// events, and enough that a thread that has to wait for a core now and then
+// does not hold the other up.
 constexpr size_t kBatchesAhead = 32;
 
 // ASCII text written over `target` in place; false, leaving it as it was,

@@ -14,7 +14,9 @@ class ExpatXMLParserDelegate;
 // An event-driven XML reader over Expat. The whole document is held in
 // memory, but Expat sees it in pieces of BUFFER_SIZE bytes; every event
 // goes to the delegate, and only the events the delegate implements are
-// handled at all.
+// handled at all. Expat runs on a thread of its own during parse(); the
+// delegate is called on the thread that called parse(), in the document's
+// order.
 //
 // Expat decodes the document itself (byte order mark or declared
 // encoding: UTF-8, UTF-16, ISO-8859-1, US-ASCII); every text the delegate
