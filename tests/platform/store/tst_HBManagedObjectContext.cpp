@@ -37,6 +37,14 @@ class tst_HBManagedObjectContext : public QObject
         return c.executeFetchRequest(r);
     }
 
+    // The fixture's points are not the track manager's, which says so for
+    // each; until the guard goes, that is not logged.
+    static auto quietManagerWarnings()
+    {
+        QLoggingCategory::setFilterRules(QStringLiteral("hb.manager.warning=false"));
+        return qScopeGuard([] { QLoggingCategory::setFilterRules(QString()); });
+    }
+
 private slots:
     // Each file gives its rows sorted, or in the order it scans them for
     // the context to sort; either way the fetch must come out in order
@@ -440,9 +448,7 @@ private slots:
     // SQLite itself reads them back.
     void largeSaveKeepsEveryRowsOwnValues()
     {
-        // the fixture's points are not the track manager's, which says so for each
-        QLoggingCategory::setFilterRules(QStringLiteral("hb.manager.warning=false"));
-        const auto restoreLogging = qScopeGuard([] { QLoggingCategory::setFilterRules(QString()); });
+        const auto quiet = quietManagerWarnings();
         StoreFixture f;
         QVERIFY(f.open());
         auto root = f.newRootContext();
@@ -480,8 +486,7 @@ private slots:
     // save, and an object inserted and deleted again is gone either way.
     void aFileThatRefusesItsRowsLeavesThemPending()
     {
-        QLoggingCategory::setFilterRules(QStringLiteral("hb.manager.warning=false"));
-        const auto restoreLogging = qScopeGuard([] { QLoggingCategory::setFilterRules(QString()); });
+        const auto quiet = quietManagerWarnings();
         StoreFixture f;
         QVERIFY(f.open());
         auto root = f.newRootContext();
