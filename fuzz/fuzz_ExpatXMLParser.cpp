@@ -26,7 +26,7 @@ public:
 
     Callbacks implementedCallbacks() const override
     {
-        return Callbacks::fromInt((Callback::EndDocument << 1) - 1) | Callback::ReadsLinesAndColumns;
+        return Callbacks::fromInt((Callback::EndDocument << 1) - 1);
     }
     void parserDidStartDocument(ExpatXMLParser &parser) override { event(parser); }
     void parserDidStartElement(ExpatXMLParser &parser, const QString &name, const QString &,

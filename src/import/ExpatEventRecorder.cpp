@@ -65,7 +65,6 @@ struct ExpatEventRecorder::Private
     ExpatEventQueue &queue;
     ParserHandle parser;
     std::unique_ptr<Batch> batch;
-    bool running = false;
     bool stopped = false;
     int errorCode = XML_ERROR_NONE;
 
@@ -157,12 +156,8 @@ Batch::Position ExpatEventRecorder::Private::position() const
     XML_Parser p = parser.get();
     if (!p)
         return {};
-    Batch::Position here{0, 0, qint64(XML_GetCurrentByteIndex(p)), qint64(XML_GetCurrentByteCount(p))};
-    if (!running || (options.callbacks & Callback::ReadsLinesAndColumns)) {
-        here.line = qint64(XML_GetCurrentLineNumber(p));
-        here.column = qint64(XML_GetCurrentColumnNumber(p));
-    }
-    return here;
+    return {qint64(XML_GetCurrentLineNumber(p)), qint64(XML_GetCurrentColumnNumber(p)),
+            qint64(XML_GetCurrentByteIndex(p)), qint64(XML_GetCurrentByteCount(p))};
 }
 
 Batch::Name ExpatEventRecorder::Private::name(const XML_Char *utf8)
@@ -341,9 +336,7 @@ void ExpatEventRecorder::run()
     if (!d->parser)
         return;
     d->batch = d->queue.emptyBatch();
-    d->running = true;
     const bool succeeded = d->feed();
-    d->running = false;
     if (d->stopped)
         return;
     d->errorCode = succeeded ? XML_ERROR_NONE : int(XML_GetErrorCode(d->parser.get()));

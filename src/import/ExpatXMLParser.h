@@ -74,9 +74,7 @@ public:
     HBError parserError() const;
 
     // Where Expat is: during a callback, the event being reported; after a
-    // failed parse, the place of the fault. 0 before the first parse. Line
-    // and column are found during a parse only for a delegate that says it
-    // reads them (ExpatXMLParserDelegate::ReadsLinesAndColumns).
+    // failed parse, the place of the fault. 0 before the first parse.
     qint64 lineNumber() const;   // 1-based
     // Expat's 0-based column of the event's start plus the event's length
     // in bytes, so inside a start-tag callback the column just past the tag.

@@ -33,11 +33,6 @@ public:
         ParseErrorOccurred = 1u << 8,
         EndDocument = 1u << 9,
         FoundUTF8Characters = 1u << 10,
-        // Not a callback: the delegate reads lineNumber() or columnNumber()
-        // while it handles events. Finding each event's line and column
-        // takes a second pass over the document's bytes, which other
-        // delegates are spared: to them both read 0 until the parse ends.
-        ReadsLinesAndColumns = 1u << 11,
     };
     Q_DECLARE_FLAGS(Callbacks, Callback)
 
