@@ -20,7 +20,8 @@ namespace {
 // The derived keys that read an extra attribute, for key paths and sorting.
 const QHash<QString, QString> &additionsKeyForDerivedKey()
 {
-    static const QHash<QString, QString> keys{
+    // never destroyed: a fetch on a context's thread may still sort by it at exit
+    static const auto &keys = *new QHash<QString, QString>{
         {QStringLiteral("ageOfGPSData"), kHBGeoPointAgeOfGPSDataProperty},
         {QStringLiteral("dgpsStationID"), kHBGeoPointDGPSStationIDProperty},
         {QStringLiteral("horizontalDilutionOfPrecision"), kHBGeoPointHorizontalDilutionOfPrecisionProperty},

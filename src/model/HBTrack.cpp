@@ -340,7 +340,8 @@ void HBTrack::writeGeometryCache()
 
 const QStringList &HBTrack::prefetchKeyPaths()
 {
-    static const QStringList keyPaths{
+    // never destroyed: a fetch on a context's thread may still prefetch at exit
+    static const QStringList &keyPaths = *new QStringList{
         QStringLiteral("additionalAttributes"), QStringLiteral("cities"), QStringLiteral("continents"),
         QStringLiteral("counties"), QStringLiteral("countries"), QStringLiteral("derivedRoutes"),
         QStringLiteral("event"), QStringLiteral("importedTrackSegment"), QStringLiteral("importSource"),

@@ -20,7 +20,8 @@ struct StoreIdentifierTable
 
 StoreIdentifierTable &identifierTable()
 {
-    static StoreIdentifierTable table;
+    // never destroyed: work on a context's thread may still make URIs at exit
+    static StoreIdentifierTable &table = *new StoreIdentifierTable;
     return table;
 }
 

@@ -548,8 +548,10 @@ std::optional<QString> HBPersistentStore::Private::compileComparison(const HBSto
     Op op = p.comparisonOperator();
     if (!left.isKeyPath && right.isKeyPath && op != Op::In) {
         std::swap(left, right);
-        static const QHash<Op, Op> mirrored{{Op::Less, Op::Greater}, {Op::Greater, Op::Less},
-                                            {Op::LessOrEqual, Op::GreaterOrEqual}, {Op::GreaterOrEqual, Op::LessOrEqual}};
+        // never destroyed, like the operators below
+        static const auto &mirrored = *new QHash<Op, Op>{{Op::Less, Op::Greater}, {Op::Greater, Op::Less},
+                                                         {Op::LessOrEqual, Op::GreaterOrEqual},
+                                                         {Op::GreaterOrEqual, Op::LessOrEqual}};
         op = mirrored.value(op, op);
     }
     if (!left.isKeyPath || right.isKeyPath || p.options() != 0)
@@ -632,9 +634,12 @@ std::optional<QString> HBPersistentStore::Private::compileComparison(const HBSto
     const QVariant value = sqlValue(right.constant, &matchable);
     if (!matchable)
         return QString::fromLatin1(op == Op::NotEqual ? "1" : "0");
-    static const QHash<Op, QString> sqlOperators{{Op::Equal, QStringLiteral("=")}, {Op::NotEqual, QStringLiteral("<>")},
-                                                {Op::Less, QStringLiteral("<")}, {Op::LessOrEqual, QStringLiteral("<=")},
-                                                {Op::Greater, QStringLiteral(">")}, {Op::GreaterOrEqual, QStringLiteral(">=")}};
+    // Never destroyed: a fetch still running on a context's thread when the
+    // process exits compiles its query after static objects are torn down.
+    static const auto &sqlOperators = *new QHash<Op, QString>{
+        {Op::Equal, QStringLiteral("=")}, {Op::NotEqual, QStringLiteral("<>")},
+        {Op::Less, QStringLiteral("<")}, {Op::LessOrEqual, QStringLiteral("<=")},
+        {Op::Greater, QStringLiteral(">")}, {Op::GreaterOrEqual, QStringLiteral(">=")}};
     binds->append(value);
     // nil differs from every value, as it does in memory
     if (op == Op::NotEqual)

@@ -117,7 +117,8 @@ bool isNameCharacter(QChar c)
 // is read by hand, anything else goes through QUrl.
 HBManagedObjectID HBPersistentStoreCoordinator::managedObjectIDForURIString(const QString &uri) const
 {
-    static const QString prefix = HBManagedObjectID::uriScheme() + QStringLiteral("://");
+    // never destroyed: work on a context's thread may still read URIs at exit
+    static const QString &prefix = *new QString(HBManagedObjectID::uriScheme() + QStringLiteral("://"));
     const QStringView text(uri);
     if (!text.startsWith(prefix))
         return managedObjectIDForURIRepresentation(QUrl(uri));
