@@ -52,29 +52,28 @@ HBSqliteStatement::~HBSqliteStatement()
     sqlite3_finalize(m_stmt);
 }
 
-void HBSqliteStatement::noteBound(int column)
+void HBSqliteStatement::noteBound(int column, quint32 row)
 {
     if (column > 0 && size_t(column) < m_boundInRow.size())
-        m_boundInRow[size_t(column)] = m_row;
+        m_boundInRow[size_t(column)] = row;
 }
 
 void HBSqliteStatement::bindNull(int column)
 {
     sqlite3_bind_null(m_stmt, column);
-    if (column > 0 && size_t(column) < m_boundInRow.size())
-        m_boundInRow[size_t(column)] = 0;
+    noteBound(column, 0);
 }
 
 void HBSqliteStatement::bindInt64(int column, qint64 value)
 {
     sqlite3_bind_int64(m_stmt, column, value);
-    noteBound(column);
+    noteBound(column, m_row);
 }
 
 void HBSqliteStatement::bindDouble(int column, double value)
 {
     sqlite3_bind_double(m_stmt, column, value);
-    noteBound(column);
+    noteBound(column, m_row);
 }
 
 QByteArray *HBSqliteStatement::kept(int column)
@@ -89,7 +88,7 @@ void HBSqliteStatement::bindKept(int column, bool isText)
         sqlite3_bind_text(m_stmt, column, bytes.constData(), int(bytes.size()), SQLITE_STATIC);
     else
         sqlite3_bind_blob(m_stmt, column, bytes.constData(), int(bytes.size()), SQLITE_STATIC);
-    noteBound(column);
+    noteBound(column, m_row);
 }
 
 void HBSqliteStatement::bindText(int column, const QString &value)

@@ -73,7 +73,8 @@ private:
     // parameter out of range.
     QByteArray *kept(int column);
     void bindKept(int column, bool isText);
-    void noteBound(int column);
+    // the row whose value the parameter now holds, 0 for NULL
+    void noteBound(int column, quint32 row);
 
     sqlite3 *m_db = nullptr;
     sqlite3_stmt *m_stmt = nullptr;
