@@ -860,7 +860,11 @@ void HBTrackManager::setRecentImportsPredicate(const HBPredicate &predicate)
 // newest import date are the newest batch.
 void HBTrackManager::refreshRecentImportsPredicate()
 {
-    QThreadPool::globalInstance()->start([this] {
+    // Made here rather than on the pool's thread: making it moves it to the
+    // application's thread, which the pool's thread may outlive once the
+    // program returns from main() and the application waits for the pool.
+    HBManagedObjectContext *ui = mainQueueContext();
+    QThreadPool::globalInstance()->start([this, ui] {
         std::unique_ptr<HBManagedObjectContext> context = newPrivateQueueContext();
         QList<HBManagedObjectID> batch;
         context->performBlockAndWait([&] {
@@ -879,7 +883,7 @@ void HBTrackManager::refreshRecentImportsPredicate()
         const HBPredicate predicate = batch.isEmpty()
                                           ? HBPredicate::falsePredicate()
                                           : HBPredicate::format(QStringLiteral("self.importSource IN %@"), {QVariant::fromValue(batch)});
-        mainQueueContext()->performBlock([this, predicate] { setRecentImportsPredicate(predicate); });
+        ui->performBlock([this, predicate] { setRecentImportsPredicate(predicate); });
     });
 }
 
