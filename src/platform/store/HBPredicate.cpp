@@ -99,6 +99,20 @@ QString operatorText(Op op, int options)
     return text;
 }
 
+// Order numbers, the sort key of a segment's points, are compared by the
+// hundred thousand: signed integers need no decimal.
+std::optional<qint64> signedInteger(const QVariant &v)
+{
+    switch (v.metaType().id()) {
+    case QMetaType::Int:
+        return *static_cast<const int *>(v.constData());
+    case QMetaType::LongLong:
+        return *static_cast<const qlonglong *>(v.constData());
+    default:
+        return std::nullopt;
+    }
+}
+
 } // namespace
 
 HBPredicate HBPredicate::format(const QString &format, const QVariantList &arguments)
@@ -247,6 +261,13 @@ QVariantList HBPredicate::listElements(const QVariant &value)
 
 int HBPredicate::compareValues(const QVariant &rawA, const QVariant &rawB, bool *comparable)
 {
+    if (const std::optional<qint64> ia = signedInteger(rawA)) {
+        if (const std::optional<qint64> ib = signedInteger(rawB)) {
+            if (comparable)
+                *comparable = true;
+            return *ia < *ib ? -1 : (*ia > *ib ? 1 : 0);
+        }
+    }
     const QVariant a = normalizedValue(rawA);
     const QVariant b = normalizedValue(rawB);
     auto result = [comparable](bool ok, int order) {

@@ -180,6 +180,35 @@ private slots:
         QCOMPARE(scratch->executeFetchRequest(request).size(), c.expected);
     }
 
+    // Sorting and filtering in memory order numbers by these comparisons:
+    // whole numbers must keep every digit, beyond 32 bits and beyond what a
+    // double holds, and compare with decimals by value.
+    void comparesNumbersByValue_data()
+    {
+        QTest::addColumn<QVariant>("a");
+        QTest::addColumn<QVariant>("b");
+        QTest::addColumn<int>("order");
+        QTest::newRow("int, int") << QVariant(2) << QVariant(10) << -1;
+        QTest::newRow("negative, positive") << QVariant(-3) << QVariant(qint64(2)) << -1;
+        QTest::newRow("beyond 32 bits") << QVariant(qint64(4294967297)) << QVariant(1) << 1;
+        QTest::newRow("beyond a double") << QVariant(qint64(9007199254740993)) << QVariant(qint64(9007199254740992)) << 1;
+        QTest::newRow("equal, int and long") << QVariant(7) << QVariant(qint64(7)) << 0;
+        QTest::newRow("whole and decimal") << QVariant(2) << dec("2.5") << -1;
+        QTest::newRow("whole and equal decimal") << QVariant(qint64(3)) << dec("3.000") << 0;
+        QTest::newRow("whole and double") << QVariant(qint64(-1)) << QVariant(-1.5) << 1;
+    }
+
+    void comparesNumbersByValue()
+    {
+        QFETCH(QVariant, a);
+        QFETCH(QVariant, b);
+        QFETCH(int, order);
+        bool comparable = false;
+        QCOMPARE(HBPredicate::compareValues(a, b, &comparable), order);
+        QVERIFY(comparable);
+        QCOMPARE(HBPredicate::compareValues(b, a), -order);
+    }
+
     void parsesAndPrints_data()
     {
         QTest::addColumn<QString>("format");
