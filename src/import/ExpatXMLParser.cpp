@@ -33,10 +33,11 @@ using Batch = ExpatEventBatch;
 
 namespace {
 
-// Batches the recording thread may be ahead by: at most some 16 MiB of
-// events, and enough that a thread that has to wait for a core now and then
-// does not hold the other up.
-constexpr size_t kBatchesAhead = 32;
+// Batches the recording thread may be ahead by: about 1 MiB of events,
+// which the processor's cache still holds when they are delivered, and
+// enough that a thread that has to wait for a core now and then does not
+// hold the other up.
+constexpr size_t kBatchesAhead = 8;
 
 // ASCII text written over `target` in place; false, leaving it as it was,
 // for other text or a string shared with someone else.
