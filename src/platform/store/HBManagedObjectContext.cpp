@@ -681,23 +681,28 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
         }
     }
 
+    // Each row is another object (one per store and primary key), so the
+    // candidates need no check against each other.
     QList<HBManagedObject *> results;
     results.reserve(candidates.size());
-    QSet<HBManagedObject *> seen;
     for (HBManagedObject *object : candidates) {
-        if (object->m_deleted || seen.contains(object))
+        if (object->m_deleted)
             continue;
         if ((filterAll || (overlay && object->hasChanges())) && !predicate.evaluateWithObject(object))
             continue;
-        seen.insert(object);
         results.append(object);
     }
+    // What is already in the results is only looked up for a changed
+    // object: a fetch of a segment's hundred thousand points has none.
+    std::optional<QSet<HBManagedObject *>> seen;
     bool addedInMemory = false;
     auto addFromMemory = [&](HBManagedObject *object) {
-        if (object->m_deleted || !object->hasChanges() || seen.contains(object) || !object->m_entity->isKindOfEntity(entity))
+        if (object->m_deleted || !object->hasChanges() || !object->m_entity->isKindOfEntity(entity))
             return;
-        if (predicate.evaluateWithObject(object)) {
-            seen.insert(object);
+        if (!seen)
+            seen.emplace(results.cbegin(), results.cend());
+        if (!seen->contains(object) && predicate.evaluateWithObject(object)) {
+            seen->insert(object);
             results.append(object);
             addedInMemory = true;
         }
