@@ -324,17 +324,25 @@ void HBPersistentStore::Private::buildTable(const HBEntityDescription *root, con
 
 bool HBPersistentStore::Private::createOrUpgradeTable(HBStoreTable &t, HBError *error)
 {
-    if (!exec(QStringLiteral("CREATE TABLE IF NOT EXISTS %1 (Z_PK INTEGER PRIMARY KEY, Z_ENT INTEGER NOT NULL)")
-                  .arg(quoted(t.name)), error))
-        return false;
     QSet<QString> existing;
-    HBSqliteStatement info(db.get(), QStringLiteral("PRAGMA table_info(%1)").arg(quoted(t.name)));
-    while (info.step())
-        existing.insert(info.text(1));
+    {
+        HBSqliteStatement info(db.get(), QStringLiteral("PRAGMA table_info(%1)").arg(quoted(t.name)));
+        while (info.step())
+            existing.insert(info.text(1));
+    }
+    if (existing.isEmpty()) {
+        // a new file: made whole at once, since every change of the schema
+        // has SQLite read all of it again
+        QStringList columns{QStringLiteral("Z_PK INTEGER PRIMARY KEY"), QStringLiteral("Z_ENT INTEGER NOT NULL")};
+        for (const HBStoreColumn &c : t.columns)
+            columns << quoted(c.name);
+        if (!exec(QStringLiteral("CREATE TABLE %1 (%2)").arg(quoted(t.name), columns.join(u", ")), error))
+            return false;
+    }
     // Columns the model gained since the file was made are added in place;
     // their rows read as nil.
     for (const HBStoreColumn &c : t.columns) {
-        if (existing.contains(c.name))
+        if (existing.isEmpty() || existing.contains(c.name))
             continue;
         if (!exec(QStringLiteral("ALTER TABLE %1 ADD COLUMN %2").arg(quoted(t.name), quoted(c.name)), error))
             return false;
