@@ -920,8 +920,17 @@ bool writeToStore(HBPersistentStore *store, const PendingChanges &c, HBError *fa
     if (!store->beginTransaction(failure))
         return false;
     bool ok = true;
-    for (auto it = c.inserted.begin(); ok && it != c.inserted.end(); ++it)
-        ok = store->insertRow((*it)->objectID().primaryKey(), (*it)->entity(), HBManagedObjectContext::valuesOf(*it), failure);
+    // handed over a slice at a time, so that a million rows need no second list
+    constexpr size_t rowsPerSlice = 4096;
+    std::vector<HBPersistentStore::NewRow> slice;
+    for (size_t first = 0; ok && first < c.inserted.size(); first += rowsPerSlice) {
+        slice.clear();
+        for (size_t i = first; i < std::min(c.inserted.size(), first + rowsPerSlice); ++i) {
+            const HBManagedObject *object = c.inserted[i];
+            slice.push_back({object->objectID().primaryKey(), object->entity(), &HBManagedObjectContext::valuesOf(object)});
+        }
+        ok = store->insertRows(slice, failure);
+    }
     for (auto it = c.updated.begin(); ok && it != c.updated.end(); ++it)
         ok = store->updateRow((*it)->objectID().primaryKey(), (*it)->entity(), HBManagedObjectContext::valuesOf(*it), failure);
     for (auto it = c.deleted.begin(); ok && it != c.deleted.end(); ++it)

@@ -258,6 +258,7 @@ struct HBPersistentStore::Private
     bool prepareStatements(HBStoreTable &t, HBError *error);
     bool bindRow(HBStoreTable &t, HBSqliteStatement &stmt, int firstParameter, const HBEntityDescription *entity,
                  const HBRowValues &values);
+    bool insertWith(HBStoreTable &t, HBSqliteStatement &s, std::span<const HBPersistentStore::NewRow> rows);
     static void bindValue(const HBStoreColumn &column, HBSqliteStatement &stmt, int parameter, const QVariant &value);
     HBStoreRow readRow(const HBStoreTable &t, const HBSqliteStatement &stmt, RepeatedTexts &texts) const;
     // An empty table answers a fetch at once: a segment's points ask every
@@ -370,9 +371,14 @@ bool HBPersistentStore::Private::prepareStatements(HBStoreTable &t, HBError *err
         names << quoted(c.name);
         assignments << quoted(c.name) + QStringLiteral(" = ?");
     }
-    const QString placeholders = QStringList(names.size(), QStringLiteral("?")).join(u',');
-    t.insert = HBSqliteStatement(db.get(), QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
-                                               .arg(quoted(t.name), names.join(u','), placeholders));
+    const QString placeholders = QStringLiteral("(%1)").arg(QStringList(names.size(), QStringLiteral("?")).join(u','));
+    const QString insertInto = QStringLiteral("INSERT INTO %1 (%2) VALUES ").arg(quoted(t.name), names.join(u','));
+    t.insert = HBSqliteStatement(db.get(), insertInto + placeholders);
+    constexpr int kRowsPerInsertMany = 32;
+    const int rowsThatFit = sqlite3_limit(db.get(), SQLITE_LIMIT_VARIABLE_NUMBER, -1) / int(names.size());
+    t.rowsPerInsertMany = rowsThatFit >= 2 ? std::min(kRowsPerInsertMany, rowsThatFit) : 0;
+    if (t.rowsPerInsertMany > 0)
+        t.insertMany = HBSqliteStatement(db.get(), insertInto + QStringList(t.rowsPerInsertMany, placeholders).join(u','));
     t.update = HBSqliteStatement(db.get(), QStringLiteral("UPDATE %1 SET Z_ENT = ?%2 WHERE Z_PK = ?")
                                                .arg(quoted(t.name),
                                                     assignments.isEmpty() ? QString() : QStringLiteral(", ") + assignments.join(u',')));
@@ -380,7 +386,10 @@ bool HBPersistentStore::Private::prepareStatements(HBStoreTable &t, HBError *err
     t.byKey = HBSqliteStatement(db.get(), QStringLiteral("SELECT %1 FROM %2 t WHERE Z_PK = ?")
                                               .arg(names.join(u','), quoted(t.name)));
     t.anyRow = HBSqliteStatement(db.get(), QStringLiteral("SELECT 1 FROM %1 LIMIT 1").arg(quoted(t.name)));
-    for (const HBSqliteStatement *s : {&t.insert, &t.update, &t.remove, &t.byKey, &t.anyRow}) {
+    std::vector<const HBSqliteStatement *> prepared{&t.insert, &t.update, &t.remove, &t.byKey, &t.anyRow};
+    if (t.rowsPerInsertMany > 0)
+        prepared.push_back(&t.insertMany);
+    for (const HBSqliteStatement *s : prepared) {
         if (!s->isValid()) {
             if (error)
                 *error = HBError(HBPersistentStore::errorDomain(), SQLITE_ERROR, s->errorString());
@@ -957,25 +966,61 @@ void HBPersistentStore::rollback()
     m_mutex.unlock();
 }
 
-bool HBPersistentStore::insertRow(qint64 primaryKey, const HBEntityDescription *entity, const HBRowValues &values,
-                                  HBError *error)
+bool HBPersistentStore::insertRows(std::span<const NewRow> rows, HBError *error)
 {
-    HBStoreTable *t = d->table(entity);
-    if (!t) {
-        if (error)
-            *error = HBError(errorDomain(), SQLITE_MISUSE, QStringLiteral("%1 holds no %2").arg(m_path, entity->name()));
-        return false;
+    for (size_t first = 0; first < rows.size();) {
+        HBStoreTable *t = d->table(rows[first].entity);
+        if (!t) {
+            if (error)
+                *error = HBError(errorDomain(), SQLITE_MISUSE,
+                                 QStringLiteral("%1 holds no %2").arg(m_path, rows[first].entity->name()));
+            return false;
+        }
+        // the rows of this table that come next, as many as one statement takes
+        size_t end = first + 1;
+        while (end < rows.size() && end - first < size_t(t->rowsPerInsertMany) && d->table(rows[end].entity) == t)
+            ++end;
+        const std::span<const NewRow> run = rows.subspan(first, end - first);
+        const bool many = t->rowsPerInsertMany > 0 && run.size() == size_t(t->rowsPerInsertMany);
+        const auto inserted = [&](HBSqliteStatement &s, std::span<const NewRow> some) {
+            if (d->insertWith(*t, s, some))
+                return true;
+            if (error) {
+                QString what = QStringLiteral("inserting %1 %2").arg(some.front().entity->name()).arg(some.front().primaryKey);
+                if (some.size() > 1)
+                    what += QStringLiteral(" to %1").arg(some.back().primaryKey);
+                *error = d->sqliteError(what);
+            }
+            return false;
+        };
+        if (many) {
+            if (!inserted(t->insertMany, run))
+                return false;
+        } else {
+            for (size_t i = 0; i < run.size(); ++i) {
+                if (!inserted(t->insert, run.subspan(i, 1)))
+                    return false;
+            }
+        }
+        first = end;
     }
-    HBSqliteStatement &s = t->insert;
+    return true;
+}
+
+// The rows fill the statement's rows of parameters one after the other.
+bool HBPersistentStore::Private::insertWith(HBStoreTable &t, HBSqliteStatement &s, std::span<const NewRow> rows)
+{
+    const int parametersPerRow = int(t.columns.size()) + 2;
     s.startRow();
-    s.bindInt64(1, primaryKey);
-    s.bindInt64(2, entity->entityID());
-    d->bindRow(*t, s, 3, entity, values);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const int first = int(i) * parametersPerRow + 1;
+        s.bindInt64(first, rows[i].primaryKey);
+        s.bindInt64(first + 1, rows[i].entity->entityID());
+        bindRow(t, s, first + 2, rows[i].entity, *rows[i].values);
+    }
     s.finishRow();
     bool ok = false;
     s.step(&ok);
-    if (!ok && error)
-        *error = d->sqliteError(QStringLiteral("inserting %1 %2").arg(entity->name()).arg(primaryKey));
     return ok;
 }
 

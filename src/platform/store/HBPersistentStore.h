@@ -11,6 +11,7 @@
 
 #include <memory>
 #include <optional>
+#include <span>
 
 class HBEntityDescription;
 class HBManagedObjectID;
@@ -73,7 +74,15 @@ public:
     bool beginTransaction(HBError *error);
     bool commit(HBError *error);
     void rollback();
-    bool insertRow(qint64 primaryKey, const HBEntityDescription *entity, const HBRowValues &values, HBError *error);
+    // A row to insert; the values stay the caller's.
+    struct NewRow
+    {
+        qint64 primaryKey = 0;
+        const HBEntityDescription *entity = nullptr;
+        const HBRowValues *values = nullptr;
+    };
+    // In the order given. Stops at the first row the file refuses.
+    bool insertRows(std::span<const NewRow> rows, HBError *error);
     bool updateRow(qint64 primaryKey, const HBEntityDescription *entity, const HBRowValues &values, HBError *error);
     bool deleteRow(qint64 primaryKey, const HBEntityDescription *entity, HBError *error);
 

@@ -35,6 +35,12 @@ struct HBStoreTable
     QHash<int, std::vector<int>> columnsBySlot;
     QHash<QString, int> columnByName;
     HBSqliteStatement insert;
+    // Inserts rowsPerInsertMany rows at once (unset when fewer than two
+    // fit SQLite's limit on parameters): SQLite then finds each row's place
+    // from the last and ends its statement once for all of them, which a
+    // million points would otherwise pay for one by one.
+    HBSqliteStatement insertMany;
+    int rowsPerInsertMany = 0;
     HBSqliteStatement update;
     HBSqliteStatement remove;
     HBSqliteStatement byKey;
