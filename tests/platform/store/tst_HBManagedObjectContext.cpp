@@ -537,6 +537,37 @@ private slots:
         QCOMPARE(rowsIn(f.pointsPath(), "HBGeoPoint", QStringLiteral("\"order\" <> Z_PK - 1")), 0);
     }
 
+    // A file made by an earlier model gets the columns the model has
+    // gained since; its rows read as nil there, and new rows fill them.
+    void aFileOfAnEarlierModelGainsTheNewColumns()
+    {
+        const auto quiet = quietManagerWarnings();
+        StoreFixture f;
+        QVERIFY(f.open());
+        f.coordinator.reset();
+        const int pointEntity = HBTrackDataModel::model()->entityNamed(QStringLiteral("HBTrackPoint"))->entityID();
+        QVERIFY(execIn(f.pointsPath(),
+                       QStringLiteral("DROP TABLE HBGeoPoint; "
+                                      "CREATE TABLE HBGeoPoint (Z_PK INTEGER PRIMARY KEY, Z_ENT INTEGER NOT NULL, latitude); "
+                                      "INSERT INTO HBGeoPoint VALUES (1, %1, '48.500'); "
+                                      "UPDATE Z_PRIMARYKEY SET Z_MAX = 1 WHERE Z_NAME = 'HBGeoPoint'")
+                           .arg(pointEntity)));
+        QVERIFY(f.open());
+        auto root = f.newRootContext();
+        root->performBlockAndWait([&] {
+            const QList<HBManagedObject *> earlier = fetch(*root, "HBTrackPoint");
+            QCOMPARE(earlier.size(), 1);
+            QCOMPARE(earlier.first()->valueForKey(QStringLiteral("latitude")).value<HBDecimal>().toString(), QStringLiteral("48.500"));
+            QVERIFY(!earlier.first()->valueForKey(QStringLiteral("order")).isValid());
+            HBManagedObject *point = insert(*root, "HBTrackPoint", {{"order", 5}, {"latitude", dec("1.25")}});
+            root->assignObject(point, f.points);
+            HBError error;
+            QVERIFY2(root->save(&error), qPrintable(error.localizedDescription()));
+        });
+        QCOMPARE(rowsIn(f.pointsPath(), "HBGeoPoint"), 2);
+        QCOMPARE(rowsIn(f.pointsPath(), "HBGeoPoint", QStringLiteral("Z_PK = 2 AND \"order\" = 5 AND latitude = '1.25'")), 1);
+    }
+
     // Queries are prepared once per store and kept: asked again, the same
     // query must see what was saved in between.
     void repeatedFetchSeesLaterSaves()
