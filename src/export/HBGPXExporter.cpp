@@ -269,7 +269,10 @@ void describeSegment(Sink &out, HBTrackSegment *segment)
     out.end();
 }
 
-// Each segment is described while the next one's rows are read.
+// Each segment is described while the next one's rows are read. The
+// segment's points, with the extras that come with them, are taken first:
+// reading holds the point files, and asking them for the extras while the
+// next rows are read would wait for all of those.
 template <class Sink>
 void describeTrack(Sink &out, HBTrack *track)
 {
@@ -278,6 +281,7 @@ void describeTrack(Sink &out, HBTrack *track)
     out.text("desc"_L1, track->notes());
     const QList<HBTrackSegment *> segments = track->segments();
     for (qsizetype i = 0; i < segments.size(); ++i) {
+        segments[i]->points();
         if (i + 1 < segments.size())
             segments[i + 1]->readAheadPoints();
         describeSegment(out, segments[i]);
