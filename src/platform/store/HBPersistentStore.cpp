@@ -986,7 +986,8 @@ bool HBPersistentStore::insertRows(std::span<const NewRow> rows, HBError *error)
             if (d->insertWith(*t, s, some))
                 return true;
             if (error) {
-                QString what = QStringLiteral("inserting %1 %2").arg(some.front().entity->name()).arg(some.front().primaryKey);
+                QString what = QStringLiteral("inserting %1 %2").arg(some.front().entity->name())
+                                   .arg(some.front().primaryKey);
                 if (some.size() > 1)
                     what += QStringLiteral(" to %1").arg(some.back().primaryKey);
                 *error = d->sqliteError(what);
