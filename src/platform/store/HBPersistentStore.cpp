@@ -339,14 +339,15 @@ bool HBPersistentStore::Private::createOrUpgradeTable(HBStoreTable &t, HBError *
             columns << quoted(c.name);
         if (!exec(QStringLiteral("CREATE TABLE %1 (%2)").arg(quoted(t.name), columns.join(u", ")), error))
             return false;
-    }
-    // Columns the model gained since the file was made are added in place;
-    // their rows read as nil.
-    for (const HBStoreColumn &c : t.columns) {
-        if (existing.isEmpty() || existing.contains(c.name))
-            continue;
-        if (!exec(QStringLiteral("ALTER TABLE %1 ADD COLUMN %2").arg(quoted(t.name), quoted(c.name)), error))
-            return false;
+    } else {
+        // Columns the model gained since the file was made are added in
+        // place; their rows read as nil.
+        for (const HBStoreColumn &c : t.columns) {
+            if (existing.contains(c.name))
+                continue;
+            if (!exec(QStringLiteral("ALTER TABLE %1 ADD COLUMN %2").arg(quoted(t.name), quoted(c.name)), error))
+                return false;
+        }
     }
     // Relationship keys are indexed where they are set: most point rows
     // have no symbol, zone, source or event, and a million-point import
@@ -978,7 +979,8 @@ bool HBPersistentStore::insertRows(std::span<const NewRow> rows, HBError *error)
         }
         // the rows of this table that come next, as many as one statement takes
         size_t end = first + 1;
-        while (end < rows.size() && end - first < size_t(t->rowsPerInsertMany) && d->table(rows[end].entity) == t)
+        while (end < rows.size() && end - first < size_t(t->rowsPerInsertMany)
+               && rows[end].entity->rootEntity() == t->root)
             ++end;
         const std::span<const NewRow> run = rows.subspan(first, end - first);
         const bool many = t->rowsPerInsertMany > 0 && run.size() == size_t(t->rowsPerInsertMany);
