@@ -124,6 +124,10 @@ void HBTrack::recalculateAttributes()
     const QList<HBTrackSegment *> list = segments();
     if (list.isEmpty())
         return;
+    // The geometry needs only the points: it is made while the last
+    // segment's distance may still be worked out aside, before waiting for it.
+    clearExistingGeometryCachePaths();
+    setGeometry(primitiveTrackGeometry());
     QDateTime start = list.first()->startDate(), end = list.first()->endDate();
     double distance = 0.0;
     qint64 points = 0;
@@ -142,8 +146,6 @@ void HBTrack::recalculateAttributes()
     setValueForKey(QVariant::fromValue(points), QStringLiteral("numberOfTrackPoints"));
     setValueForKey(start.isValid() ? QVariant(start) : QVariant(), QStringLiteral("startDate"));
     setValueForKey(end.isValid() ? QVariant(end) : QVariant(), QStringLiteral("endDate"));
-    clearExistingGeometryCachePaths();
-    setGeometry(primitiveTrackGeometry());
 }
 
 QRectF HBTrack::bounds() const
