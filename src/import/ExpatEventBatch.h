@@ -40,7 +40,9 @@ struct ExpatEventBatch
 
     // Where Expat was when it reported the event, as its position functions
     // give it: 1-based line, 0-based column in characters, 0-based byte
-    // offset in the document and the event's length in bytes.
+    // offset in the document and the event's length in bytes. An event
+    // comes with its offset and length only; its line and column are
+    // counted on the delivering side.
     struct Position
     {
         qint64 line = 0;
@@ -76,6 +78,9 @@ struct ExpatEventBatch
     std::vector<Event> events;
     std::vector<Attribute> attributes;
     std::string bytes;
+    // The encoding the XML declaration names, on the batch that holds the
+    // events after it.
+    std::string declaredEncoding;
     // Set on the last batch of a parse.
     bool last = false;
 
@@ -93,6 +98,7 @@ struct ExpatEventBatch
         events.clear();
         attributes.clear();
         bytes.clear();
+        declaredEncoding.clear();
         last = false;
     }
 };

@@ -92,6 +92,7 @@ struct ExpatEventRecorder::Private
     bool createParser();
     void installHandlers();
     Batch::Position position() const;
+    Batch::Position placeOfEvent() const;
     Batch::Name name(const XML_Char *utf8);
     Batch::Name inlineName(const XML_Char *utf8);
     Batch::Text text(const XML_Char *utf8);
@@ -112,6 +113,8 @@ struct ExpatEventRecorder::Private
     static void XMLCALL onStartNamespace(void *userData, const XML_Char *prefix,
                                          const XML_Char *uri);
     static void XMLCALL onEndNamespace(void *userData, const XML_Char *prefix);
+    static void XMLCALL onXmlDeclaration(void *userData, const XML_Char *version,
+                                         const XML_Char *encoding, int standalone);
 };
 
 bool ExpatEventRecorder::Private::createParser()
@@ -133,6 +136,7 @@ void ExpatEventRecorder::Private::installHandlers()
     XML_Parser p = parser.get();
     const ExpatXMLParserDelegate::Callbacks callbacks = options.callbacks;
     XML_SetUserData(p, this);
+    XML_SetXmlDeclHandler(p, &onXmlDeclaration);
     if (callbacks & Callback::StartElement)
         XML_SetStartElementHandler(p, &onStartElement);
     if (callbacks & Callback::EndElement)
@@ -157,8 +161,19 @@ Batch::Position ExpatEventRecorder::Private::position() const
     XML_Parser p = parser.get();
     if (!p)
         return {};
-    return {qint64(XML_GetCurrentLineNumber(p)), qint64(XML_GetCurrentColumnNumber(p)),
-            qint64(XML_GetCurrentByteIndex(p)), qint64(XML_GetCurrentByteCount(p))};
+    Batch::Position here = placeOfEvent();
+    here.line = qint64(XML_GetCurrentLineNumber(p));
+    here.column = qint64(XML_GetCurrentColumnNumber(p));
+    return here;
+}
+
+// Expat finds an event's line and column by going over every byte since the
+// last event it was asked about; the delivering side counts them only for a
+// delegate that asks.
+Batch::Position ExpatEventRecorder::Private::placeOfEvent() const
+{
+    XML_Parser p = parser.get();
+    return {0, 0, qint64(XML_GetCurrentByteIndex(p)), qint64(XML_GetCurrentByteCount(p))};
 }
 
 Batch::Name ExpatEventRecorder::Private::name(const XML_Char *utf8)
@@ -196,7 +211,7 @@ Batch::Text ExpatEventRecorder::Private::text(const XML_Char *utf8)
 // reports an empty event just past its start tag.
 Batch::Event &ExpatEventRecorder::Private::record(Batch::Kind kind)
 {
-    const Batch::Position here = position();
+    const Batch::Position here = placeOfEvent();
     const bool samePlace = here.byte == lastPosition.byte && here.count == lastPosition.count;
     const bool endOfEmpty = lastKind == Batch::Kind::StartElement && here.count == 0
         && here.byte == lastPosition.byte + lastPosition.count;
@@ -315,6 +330,14 @@ void ExpatEventRecorder::Private::onEndNamespace(void *userData, const XML_Char 
     Private &d = self(userData);
     d.record(Batch::Kind::EndNamespace).name = d.inlineName(prefix ? prefix : "");
     d.recorded();
+}
+
+// Tells the counting of lines and columns which encoding the document
+// declares; the events after the declaration go in this batch.
+void ExpatEventRecorder::Private::onXmlDeclaration(void *userData, const XML_Char *, const XML_Char *encoding, int)
+{
+    if (encoding)
+        self(userData).batch->declaredEncoding = encoding;
 }
 
 ExpatEventRecorder::ExpatEventRecorder(const QByteArray &document, const Options &options,

@@ -2,6 +2,7 @@
 
 #include "import/ExpatEventQueue.h"
 #include "import/ExpatEventRecorder.h"
+#include "import/ExpatLineCounter.h"
 #include "import/ExpatXMLParserDelegate.h"
 #include "platform/HBLogging.h"
 
@@ -12,6 +13,7 @@
 #include <expat.h>
 
 #include <algorithm>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -67,6 +69,10 @@ struct ExpatXMLParser::Private
     bool parsing = false;
     bool aborted = false;
     Batch::Position position;
+    // Events come with their byte offsets only; their lines and columns
+    // are counted when the delegate asks.
+    bool located = true;
+    std::optional<ExpatLineCounter> lines;
     // The names the recorder has numbered in this parse, decoded once each.
     std::vector<QString> names;
     // The attributes of the element being started, in one map kept from tag
@@ -78,6 +84,7 @@ struct ExpatXMLParser::Private
     ExpatXMLParserDelegate::Attributes attributes;
 
     int run(ExpatEventRecorder &recorder, ExpatEventQueue &queue);
+    void locate();
     bool deliver(const Batch &batch);
     void deliver(const Batch &batch, const Batch::Event &event);
     void startElement(const Batch &batch, const Batch::Event &event);
@@ -106,9 +113,11 @@ int ExpatXMLParser::Private::run(ExpatEventRecorder &recorder, ExpatEventQueue &
     }
     if (!aborted) {
         position = recorder.endPosition();
+        located = true;
         return recorder.errorCode();
     }
     // Expat stops just past the markup it was in.
+    locate();
     position.byte += position.count;
     position.column += position.count;
     position.count = 0;
@@ -120,13 +129,26 @@ bool ExpatXMLParser::Private::deliver(const Batch &batch)
 {
     for (const Batch::Text name : batch.newNames)
         names.push_back(textOf(batch, name));
+    if (!batch.declaredEncoding.empty())
+        lines->setDeclaredEncoding(batch.declaredEncoding);
     for (const Batch::Event &event : batch.events) {
         if (aborted && !event.sameMarkup)
             return false;
         position = event.position;
+        located = false;
         deliver(batch, event);
     }
     return true;
+}
+
+void ExpatXMLParser::Private::locate()
+{
+    if (located)
+        return;
+    const ExpatLineCounter::Location location = lines->locate(position.byte);
+    position.line = location.line;
+    position.column = location.column;
+    located = true;
 }
 
 void ExpatXMLParser::Private::deliver(const Batch &batch, const Batch::Event &event)
@@ -293,6 +315,7 @@ bool ExpatXMLParser::parse()
     d->error = HBError();
     d->callbacks = d->delegate ? d->delegate->implementedCallbacks() : Callbacks();
     d->names.clear();
+    d->lines.emplace(d->data);
     ExpatEventQueue queue(kBatchesAhead);
     ExpatEventRecorder recorder(d->data, {d->callbacks, d->shouldProcessNamespaces, d->shouldReportNamespacePrefixes},
                                 queue);
@@ -328,11 +351,13 @@ HBError ExpatXMLParser::parserError() const
 
 qint64 ExpatXMLParser::lineNumber() const
 {
+    d->locate();
     return d->position.line;
 }
 
 qint64 ExpatXMLParser::columnNumber() const
 {
+    d->locate();
     return d->position.column + d->position.count;
 }
 

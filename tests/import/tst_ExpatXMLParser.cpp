@@ -9,6 +9,8 @@
 
 #include <expat.h>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 using Callback = ExpatXMLParserDelegate::Callback;
 using Callbacks = ExpatXMLParserDelegate::Callbacks;
@@ -168,6 +170,8 @@ private slots:
     void reportsManyDistinctNames();
     void keptAttributesKeepTheirValues();
     void reportsLinesAndColumns();
+    void countsLinesAndColumnsAsExpatDoes_data();
+    void countsLinesAndColumnsAsExpatDoes();
     void longDocumentsArriveWholeAndInOrder();
     void abortStopsALongDocument_data();
     void abortStopsALongDocument();
@@ -823,6 +827,153 @@ void tst_ExpatXMLParser::reportsLinesAndColumns()
     QCOMPARE(parser.lineNumber(), 5);
     QCOMPARE(parser.columnNumber(), 0);
     QCOMPARE(parser.byteNumber(), 34);
+}
+
+namespace {
+
+QByteArray numberedDocument(int count);
+
+QString place(qint64 line, qint64 column, qint64 byte)
+{
+    return QStringLiteral("%1:%2:%3").arg(line).arg(column).arg(byte);
+}
+
+// The place of every event as Expat itself gives it when asked at each one,
+// line, column past the event (as columnNumber() reports it) and byte.
+QStringList expatsOwnPlaces(const QByteArray &document)
+{
+    struct Log
+    {
+        XML_Parser parser;
+        QStringList places;
+        static void note(void *userData)
+        {
+            Log &log = *static_cast<Log *>(userData);
+            log.places << place(qint64(XML_GetCurrentLineNumber(log.parser)),
+                                qint64(XML_GetCurrentColumnNumber(log.parser)) + XML_GetCurrentByteCount(log.parser),
+                                qint64(XML_GetCurrentByteIndex(log.parser)));
+        }
+    };
+    Log log{XML_ParserCreate(nullptr), {}};
+    XML_SetUserData(log.parser, &log);
+    XML_SetElementHandler(
+        log.parser, [](void *data, const XML_Char *, const XML_Char **) { Log::note(data); },
+        [](void *data, const XML_Char *) { Log::note(data); });
+    XML_SetCharacterDataHandler(log.parser, [](void *data, const XML_Char *, int) { Log::note(data); });
+    XML_SetCommentHandler(log.parser, [](void *data, const XML_Char *) { Log::note(data); });
+    XML_SetProcessingInstructionHandler(log.parser,
+                                        [](void *data, const XML_Char *, const XML_Char *) { Log::note(data); });
+    // in the reader's pieces, as Expat splits character data where a piece ends
+    for (qsizetype offset = 0;; offset += ExpatXMLParser::BUFFER_SIZE) {
+        const int length = int(std::min<qsizetype>(ExpatXMLParser::BUFFER_SIZE, document.size() - offset));
+        const bool isFinal = length < ExpatXMLParser::BUFFER_SIZE;
+        if (XML_Parse(log.parser, document.constData() + offset, length, isFinal) != XML_STATUS_OK || isFinal)
+            break;
+    }
+    XML_ParserFree(log.parser);
+    return log.places;
+}
+
+class PlaceDelegate : public ExpatXMLParserDelegate
+{
+public:
+    QStringList places;
+
+    Callbacks implementedCallbacks() const override
+    {
+        return Callback::StartElement | Callback::EndElement | Callback::FoundUTF8Characters
+            | Callback::FoundComment | Callback::FoundProcessingInstruction;
+    }
+    void parserDidStartElement(ExpatXMLParser &parser, const QString &, const QString &, const QString &,
+                               const Attributes &) override
+    {
+        note(parser);
+    }
+    void parserDidEndElement(ExpatXMLParser &parser, const QString &, const QString &, const QString &) override
+    {
+        note(parser);
+    }
+    void parserFoundUTF8Characters(ExpatXMLParser &parser, QByteArrayView) override { note(parser); }
+    void parserFoundComment(ExpatXMLParser &parser, const QString &) override { note(parser); }
+    void parserFoundProcessingInstruction(ExpatXMLParser &parser, const QString &, const QString &) override
+    {
+        note(parser);
+    }
+
+private:
+    void note(ExpatXMLParser &parser)
+    {
+        places << place(parser.lineNumber(), parser.columnNumber(), parser.byteNumber());
+    }
+};
+
+QByteArray utf16(const QString &text, QStringConverter::Encoding encoding, bool byteOrderMark)
+{
+    QStringEncoder encoder(encoding, byteOrderMark ? QStringConverter::Flag::WriteBom : QStringConverter::Flag::Default);
+    return encoder.encode(text);
+}
+
+// Lines of "<p>x</p>" ended by `newline`, the first of them placed so that
+// a newline's first byte is the last of the reader's first piece.
+QByteArray newlineAcrossAPiece(const QByteArray &newline)
+{
+    const QByteArray line = "<p>x</p>" + newline;
+    QByteArray document = "<a>";
+    document += QByteArray(int((ExpatXMLParser::BUFFER_SIZE - 1 - document.size() - 8) % line.size()), ' ');
+    while (document.size() < 3 * ExpatXMLParser::BUFFER_SIZE)
+        document += line;
+    return document + "</a>";
+}
+
+} // namespace
+
+void tst_ExpatXMLParser::countsLinesAndColumnsAsExpatDoes_data()
+{
+    QTest::addColumn<QByteArray>("document");
+
+    const QString mixed = u"<?xml version=\"1.0\"?>\r\n<a x=\"\u00e9\">\rb\u20ac\U0001F600<!--c\r\nd-->\n"
+                          u"<?pi data?>\r\n<b/>\n\u00e9\u00e9\r\r\n\n<c y=\"\U0001F600\"/></a>"_s;
+    QTest::addRow("UTF-8: CR, LF, CR LF, two-, three- and four-byte characters") << mixed.toUtf8();
+    QTest::addRow("UTF-8 after a byte order mark") << QByteArray("\xEF\xBB\xBF<a>\n<b/>\xc3\xa9<c/></a>");
+    QTest::addRow("ISO-8859-1: a character per byte")
+        << QByteArray("<?xml version='1.0' encoding='iso-8859-1'?>\n<a>\xe9\xc3\xa9<b/>\r\n<c/></a>");
+    QTest::addRow("ISO-8859-1 after a UTF-8 byte order mark")
+        << QByteArray("\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a>\xc3\xa9<b/></a>");
+    QTest::addRow("US-ASCII") << QByteArray("<?xml version=\"1.0\" encoding=\"US-ASCII\"?>\n<a>\r\n<b/></a>");
+    QTest::addRow("UTF-8 declared") << QByteArray("<?xml version=\"1.0\" encoding=\"utf-8\"?><a>\xc3\xa9<b/></a>");
+    const QString wide = u"<?xml version=\"1.0\" encoding=\"UTF-16\"?>\r\n<a>\u00e9\U0001F600\r<b/>\r\n\u4e2d<c/></a>"_s;
+    QTest::addRow("UTF-16 little-endian after a byte order mark") << utf16(wide, QStringConverter::Utf16LE, true);
+    QTest::addRow("UTF-16 big-endian after a byte order mark") << utf16(wide, QStringConverter::Utf16BE, true);
+    const QString undeclared = u"<a>\u00e9\U0001F600\r<b/>\r\n\u4e2d<c/></a>"_s;
+    QTest::addRow("UTF-16 little-endian, no mark") << utf16(undeclared, QStringConverter::Utf16LE, false);
+    QTest::addRow("UTF-16 big-endian, no mark") << utf16(undeclared, QStringConverter::Utf16BE, false);
+    QTest::addRow("CR LF across a piece") << newlineAcrossAPiece("\r\n");
+    QTest::addRow("CR at the end of a piece") << newlineAcrossAPiece("\r");
+    QTest::addRow("long document") << numberedDocument(5000).replace("<q/>", "\r\n<q>\xc3\xa9</q>\n");
+
+    for (const char *folder : {"gpx", "tcx", "malformed"}) {
+        QDirIterator it(QStringLiteral(HB_CORPUS_DIR "/") + folder, QDir::Files);
+        while (it.hasNext()) {
+            QFile file(it.next());
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            QTest::addRow("%s/%s", folder, qPrintable(it.fileName())) << file.readAll();
+        }
+    }
+}
+
+// Lines and columns are counted only when a delegate asks; they must come
+// out as Expat's own, in every encoding Expat reads by itself, for every
+// event, the events of the corpus included.
+void tst_ExpatXMLParser::countsLinesAndColumnsAsExpatDoes()
+{
+    QFETCH(QByteArray, document);
+
+    const QStringList expected = expatsOwnPlaces(document);
+    PlaceDelegate delegate;
+    ExpatXMLParser parser(document);
+    parser.setDelegate(&delegate);
+    parser.parse();
+    QCOMPARE(delegate.places, expected);
 }
 
 namespace {
