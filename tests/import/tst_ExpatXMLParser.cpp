@@ -1,6 +1,8 @@
 #include "import/ExpatXMLParser.h"
 #include "import/ExpatXMLParserDelegate.h"
 
+#include "ExpatPlaces.h"
+
 #include <QDirIterator>
 #include <QFile>
 #include <QStringEncoder>
@@ -832,47 +834,6 @@ void tst_ExpatXMLParser::reportsLinesAndColumns()
 namespace {
 
 QByteArray numberedDocument(int count);
-
-QString place(qint64 line, qint64 column, qint64 byte)
-{
-    return QStringLiteral("%1:%2:%3").arg(line).arg(column).arg(byte);
-}
-
-// The place of every event as Expat itself gives it when asked at each one,
-// line, column past the event (as columnNumber() reports it) and byte.
-QStringList expatsOwnPlaces(const QByteArray &document)
-{
-    struct Log
-    {
-        XML_Parser parser;
-        QStringList places;
-        static void note(void *userData)
-        {
-            Log &log = *static_cast<Log *>(userData);
-            log.places << place(qint64(XML_GetCurrentLineNumber(log.parser)),
-                                qint64(XML_GetCurrentColumnNumber(log.parser)) + XML_GetCurrentByteCount(log.parser),
-                                qint64(XML_GetCurrentByteIndex(log.parser)));
-        }
-    };
-    Log log{XML_ParserCreate(nullptr), {}};
-    XML_SetUserData(log.parser, &log);
-    XML_SetElementHandler(
-        log.parser, [](void *data, const XML_Char *, const XML_Char **) { Log::note(data); },
-        [](void *data, const XML_Char *) { Log::note(data); });
-    XML_SetCharacterDataHandler(log.parser, [](void *data, const XML_Char *, int) { Log::note(data); });
-    XML_SetCommentHandler(log.parser, [](void *data, const XML_Char *) { Log::note(data); });
-    XML_SetProcessingInstructionHandler(log.parser,
-                                        [](void *data, const XML_Char *, const XML_Char *) { Log::note(data); });
-    // in the reader's pieces, as Expat splits character data where a piece ends
-    for (qsizetype offset = 0;; offset += ExpatXMLParser::BUFFER_SIZE) {
-        const int length = int(std::min<qsizetype>(ExpatXMLParser::BUFFER_SIZE, document.size() - offset));
-        const bool isFinal = length < ExpatXMLParser::BUFFER_SIZE;
-        if (XML_Parse(log.parser, document.constData() + offset, length, isFinal) != XML_STATUS_OK || isFinal)
-            break;
-    }
-    XML_ParserFree(log.parser);
-    return log.places;
-}
 
 class PlaceDelegate : public ExpatXMLParserDelegate
 {
