@@ -39,7 +39,7 @@ ExpatLineCounter::Location ExpatLineCounter::locate(qint64 offset)
             m_location.column = 0;
             m_offset += unit;
             // a CR LF pair ends one line, when the LF lies before the end
-            if (c == u'\r' && end - m_offset >= unit && isLineFeed(m_offset))
+            if (c == u'\r' && end - m_offset >= unit && unitAt(m_offset) == u'\n')
                 m_offset += unit;
         } else {
             ++m_location.column;
@@ -81,9 +81,4 @@ char16_t ExpatLineCounter::unitAt(qsizetype at) const
         break;
     }
     return first;
-}
-
-bool ExpatLineCounter::isLineFeed(qsizetype at) const
-{
-    return unitAt(at) == u'\n';
 }

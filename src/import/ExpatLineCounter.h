@@ -6,7 +6,7 @@
 // The line and column of a byte of a document, counted as Expat counts
 // them: lines from 1, columns from 0 in characters of the document's
 // encoding, and CR, LF and CR LF each ending one line. Asking Expat at every
-// event costs the reading thread about a fifth of its work, and most
+// event cost the reading thread close to a tenth of its work, and most
 // delegates never ask; this counts only when asked, from the place asked
 // about before, so a delegate that asks at every event still reads the
 // document once.
@@ -41,7 +41,6 @@ private:
 
     qsizetype characterLength(qsizetype at) const;
     char16_t unitAt(qsizetype at) const;
-    bool isLineFeed(qsizetype at) const;
 
     QByteArray m_document;
     Encoding m_encoding = Encoding::Utf8;

@@ -11,8 +11,6 @@
 
 #include <expat.h>
 
-#include <algorithm>
-
 using namespace Qt::StringLiterals;
 using Callback = ExpatXMLParserDelegate::Callback;
 using Callbacks = ExpatXMLParserDelegate::Callbacks;
