@@ -81,7 +81,8 @@ public:
         const HBEntityDescription *entity = nullptr;
         const HBRowValues *values = nullptr;
     };
-    // In the order given. Stops at the first row the file refuses.
+    // In the order given. Stops at the first row the file refuses, keeping
+    // the rows before it: roll the transaction back after a failure.
     bool insertRows(std::span<const NewRow> rows, HBError *error);
     bool updateRow(qint64 primaryKey, const HBEntityDescription *entity, const HBRowValues &values, HBError *error);
     bool deleteRow(qint64 primaryKey, const HBEntityDescription *entity, HBError *error);

@@ -485,27 +485,37 @@ private slots:
     // file is clean, what did not stays pending and is written by the next
     // save, and an object inserted and deleted again is gone either way.
     // Points go into a file many rows to a statement and the rest one by
-    // one; the refused row is in either, after rows the file had taken.
+    // one; the refused row is in either, after rows the file had taken. A
+    // trigger refuses a row and undoes its statement; a primary key the file
+    // already holds stops the statement where it stands, and the rows of it
+    // that went in must still not stay.
     void aFileThatRefusesItsRowsLeavesThemPending_data()
     {
         QTest::addColumn<int>("count");
         QTest::addColumn<int>("refused");
-        QTest::newRow("a few points, the first refused") << 3 << 0;
-        QTest::newRow("many points, one inside the second full statement refused") << 70 << 40;
-        QTest::newRow("many points, one after the full statements refused") << 70 << 66;
+        QTest::addColumn<bool>("byKey");
+        for (const bool byKey : {false, true}) {
+            const char *how = byKey ? "a key taken" : "a trigger";
+            QTest::addRow("%s, a few points, the first refused", how) << 3 << 0 << byKey;
+            QTest::addRow("%s, many points, one inside the second full statement refused", how) << 70 << 40 << byKey;
+            QTest::addRow("%s, many points, one after the full statements refused", how) << 70 << 66 << byKey;
+        }
     }
 
     void aFileThatRefusesItsRowsLeavesThemPending()
     {
         QFETCH(int, count);
         QFETCH(int, refused);
+        QFETCH(bool, byKey);
         const auto quiet = quietManagerWarnings();
         StoreFixture f;
         QVERIFY(f.open());
         auto root = f.newRootContext();
-        QVERIFY(execIn(f.pointsPath(), QStringLiteral("CREATE TRIGGER refuse BEFORE INSERT ON HBGeoPoint "
-                                                      "WHEN NEW.\"order\" = %1 BEGIN SELECT RAISE(ABORT, 'refused'); END")
-                                           .arg(refused)));
+        // points are numbered from 1 in the order they were inserted
+        const QString refusal = byKey ? QStringLiteral("INSERT INTO HBGeoPoint (Z_PK, Z_ENT) VALUES (%1, 0)").arg(refused + 1)
+                                      : QStringLiteral("CREATE TRIGGER refuse BEFORE INSERT ON HBGeoPoint WHEN NEW.\"order\" = %1 "
+                                                       "BEGIN SELECT RAISE(ABORT, 'refused'); END").arg(refused);
+        QVERIFY(execIn(f.pointsPath(), refusal));
         root->performBlockAndWait([&] {
             HBManagedObject *waypoint = insert(*root, "HBWaypoint", {{"name", "summit"}});
             QList<HBManagedObject *> points;
@@ -525,8 +535,8 @@ private slots:
             QCOMPARE(fetch(*root, "HBWaypoint").size(), 1);
             QCOMPARE(fetch(*root, "HBTrackPoint").size(), count);
         });
-        QCOMPARE(rowsIn(f.pointsPath(), "HBGeoPoint"), 0);
-        QVERIFY(execIn(f.pointsPath(), QStringLiteral("DROP TRIGGER refuse")));
+        QCOMPARE(rowsIn(f.pointsPath(), "HBGeoPoint", QStringLiteral("Z_ENT <> 0")), 0);
+        QVERIFY(execIn(f.pointsPath(), byKey ? QStringLiteral("DELETE FROM HBGeoPoint") : QStringLiteral("DROP TRIGGER refuse")));
         root->performBlockAndWait([&] {
             HBError error;
             QVERIFY2(root->save(&error), qPrintable(error.localizedDescription()));
