@@ -376,7 +376,7 @@ bool HBPersistentStore::Private::prepareStatements(HBStoreTable &t, HBError *err
     // A refused row stops its statement without undoing the rows it already
     // wrote; the transaction around it is rolled back anyway. Undoing just the
     // statement would make SQLite copy every page a statement touches to a
-    // temporary file first: for a million points, over a gigabyte of writes.
+    // temporary file first: for a million points, some 800 MB of writes.
     const QString insertInto = QStringLiteral("INSERT OR FAIL INTO %1 (%2) VALUES ").arg(quoted(t.name), names.join(u','));
     t.insert = HBSqliteStatement(db.get(), insertInto + placeholders);
     constexpr int kRowsPerInsertMany = 32;
