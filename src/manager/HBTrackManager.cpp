@@ -322,6 +322,12 @@ std::unique_ptr<HBPersistentStoreCoordinator> HBTrackManager::centralPersistentS
     }
     if (errors.count > 0 && errors.first)
         reportFatalStartupError(*errors.first);
+    // Points name their segment in the central store, so a save commits
+    // the point files first and the central store last, and what a save
+    // cut off in between left in the point files is taken out here.
+    coordinator->setCommitLastStore(coordinator->persistentStoreForPath(supportFolder() + QStringLiteral("/TrackManagerDatabase.sql")));
+    coordinator->setSaveNoteFolder(supportFolder());
+    coordinator->finishUnfinishedSaves();
     return coordinator;
 }
 

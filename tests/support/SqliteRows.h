@@ -34,3 +34,19 @@ inline bool execIn(const QString &path, const QString &sql)
     sqlite3_close(db);
     return ok;
 }
+
+// The first column of the first row a query gives, read past the library;
+// -1 when the file or query cannot be read.
+inline qint64 integerIn(const QString &path, const QString &sql)
+{
+    sqlite3 *db = nullptr;
+    qint64 value = -1;
+    if (sqlite3_open_v2(QFile::encodeName(path).constData(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        sqlite3_stmt *stmt = nullptr;
+        if (sqlite3_prepare_v2(db, qPrintable(sql), -1, &stmt, nullptr) == SQLITE_OK && sqlite3_step(stmt) == SQLITE_ROW)
+            value = sqlite3_column_int64(stmt, 0);
+        sqlite3_finalize(stmt);
+    }
+    sqlite3_close(db);
+    return value;
+}

@@ -10,10 +10,12 @@
 #include "platform/store/HBManagedObjectModel.h"
 #include "platform/store/HBPersistentStore.h"
 #include "platform/store/HBPersistentStoreCoordinator.h"
+#include "platform/store/HBSaveNote.h"
 
 #include <QRunnable>
 #include <QThread>
 #include <QThreadPool>
+#include <QUuid>
 
 #include <algorithm>
 #include <future>
@@ -914,8 +916,13 @@ struct PendingChanges
     std::vector<HBManagedObject *> deleted;
 };
 
+// Which of a store's pending changes one transaction writes.
+enum WritePart : unsigned { Inserts = 1, Updates = 2, Deletes = 4, AllParts = 7 };
+
 // One transaction: the store holds all of these rows or none of them.
-bool writeToStore(HBPersistentStore *store, const PendingChanges &c, HBError *failure)
+// `beforeCommit` adds what else the transaction must carry.
+bool writeToStore(HBPersistentStore *store, const PendingChanges &c, unsigned parts, HBError *failure,
+                  const std::function<bool(HBError *)> &beforeCommit = {})
 {
     if (!store->beginTransaction(failure))
         return false;
@@ -923,18 +930,21 @@ bool writeToStore(HBPersistentStore *store, const PendingChanges &c, HBError *fa
     // handed over a slice at a time, so that a million rows need no second list
     constexpr size_t rowsPerSlice = 4096;
     std::vector<HBPersistentStore::NewRow> slice;
-    for (size_t first = 0; ok && first < c.inserted.size(); first += rowsPerSlice) {
+    const size_t inserted = (parts & Inserts) ? c.inserted.size() : 0;
+    for (size_t first = 0; ok && first < inserted; first += rowsPerSlice) {
         slice.clear();
-        for (size_t i = first; i < std::min(c.inserted.size(), first + rowsPerSlice); ++i) {
+        for (size_t i = first; i < std::min(inserted, first + rowsPerSlice); ++i) {
             const HBManagedObject *object = c.inserted[i];
             slice.push_back({object->objectID().primaryKey(), object->entity(), &HBManagedObjectContext::valuesOf(object)});
         }
         ok = store->insertRows(slice, failure);
     }
-    for (auto it = c.updated.begin(); ok && it != c.updated.end(); ++it)
+    for (auto it = c.updated.begin(); ok && (parts & Updates) && it != c.updated.end(); ++it)
         ok = store->updateRow((*it)->objectID().primaryKey(), (*it)->entity(), HBManagedObjectContext::valuesOf(*it), failure);
-    for (auto it = c.deleted.begin(); ok && it != c.deleted.end(); ++it)
+    for (auto it = c.deleted.begin(); ok && (parts & Deletes) && it != c.deleted.end(); ++it)
         ok = store->deleteRow((*it)->objectID().primaryKey(), (*it)->entity(), failure);
+    if (ok && beforeCommit)
+        ok = beforeCommit(failure);
     if (!ok) {
         store->rollback();
         return false;
@@ -947,7 +957,7 @@ bool writeToStore(HBPersistentStore *store, const PendingChanges &c, HBError *fa
 // several ten-day files at once. Small saves stay on the calling thread.
 // One failure per store, null where the store took its rows.
 std::vector<HBError> writeToStores(const QList<HBPersistentStore *> &order,
-                                   const QHash<HBPersistentStore *, PendingChanges> &work)
+                                   const QHash<HBPersistentStore *, PendingChanges> &work, unsigned parts = AllParts)
 {
     constexpr size_t rowsWorthThreads = 10000;
     size_t rows = 0;
@@ -957,7 +967,7 @@ std::vector<HBError> writeToStores(const QList<HBPersistentStore *> &order,
     const auto write = [&](qsizetype i) {
         HBPersistentStore *store = order.at(i);
         HBError failure;
-        if (!writeToStore(store, *work.constFind(store), &failure))
+        if (!writeToStore(store, *work.constFind(store), parts, &failure))
             failures[size_t(i)] = failure.isNull() ? HBError(QStringLiteral("HBPersistentStore"), 0, store->path()) : failure;
     };
     if (order.size() > 1 && rows >= rowsWorthThreads) {
@@ -967,6 +977,116 @@ std::vector<HBError> writeToStores(const QList<HBPersistentStore *> &order,
             write(i);
     }
     return failures;
+}
+
+HBError storeFailure(const HBPersistentStore *store, const HBError &cause)
+{
+    HBError error = contextError(134030, QStringLiteral("The changes could not be saved to %1.").arg(store->path()));
+    error.setDetailedErrors({cause});
+    return error;
+}
+
+// Stores that commit each on their own: a store that refuses its rows
+// leaves them pending, and `pending` keeps only what reached a file.
+bool writePerStore(const QList<HBPersistentStore *> &order, const QHash<HBPersistentStore *, PendingChanges> &work,
+                   PendingChanges &pending, HBError *error)
+{
+    const std::vector<HBError> failures = writeToStores(order, work);
+    PendingChanges written;
+    bool failed = false;
+    for (qsizetype i = 0; i < order.size(); ++i) {
+        HBPersistentStore *store = order.at(i);
+        if (!failures[size_t(i)].isNull()) {
+            if (error && !failed)
+                *error = storeFailure(store, failures[size_t(i)]);
+            failed = true;
+            continue;
+        }
+        const PendingChanges &c = *work.constFind(store);
+        written.inserted.insert(written.inserted.end(), c.inserted.begin(), c.inserted.end());
+        written.updated.insert(written.updated.end(), c.updated.begin(), c.updated.end());
+        written.deleted.insert(written.deleted.end(), c.deleted.begin(), c.deleted.end());
+    }
+    if (failed)
+        pending = std::move(written);
+    return !failed;
+}
+
+// What a save noted of one store: the keys of the rows it writes there.
+HBSaveNote::StoreRows notedRows(const HBPersistentStore *store, const std::vector<HBManagedObject *> &objects)
+{
+    QHash<const HBEntityDescription *, std::vector<qint64>> keysByTable;
+    for (const HBManagedObject *o : objects)
+        keysByTable[o->entity()->rootEntity()].push_back(o->objectID().primaryKey());
+    HBSaveNote::StoreRows noted{store->path(), store->configurationName(), {}};
+    for (auto it = keysByTable.begin(); it != keysByTable.end(); ++it)
+        noted.rows += HBSaveNote::runsOfKeys(it.key()->name(), std::move(it.value()));
+    return noted;
+}
+
+// A save that writes the coordinator's commit-last store and others,
+// all or nothing: the others' new and changed rows first, then the last
+// store (with the save's token), then the others' deletions, which only
+// remove rows that the last store no longer refers to. Until the last
+// store has committed, a failure takes out again the rows the others added
+// (a changed row keeps its change); a failure after it leaves the
+// deletions to the note, for the next open.
+bool writeInOrder(HBPersistentStoreCoordinator *coordinator, const QList<HBPersistentStore *> &order,
+                  const QHash<HBPersistentStore *, PendingChanges> &work, HBError *error)
+{
+    HBPersistentStore *last = coordinator->commitLastStore();
+    HBSaveNote note;
+    note.token = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    note.lastStorePath = last->path();
+    QList<HBPersistentStore *> early, late;
+    for (HBPersistentStore *store : order) {
+        const PendingChanges &c = *work.constFind(store);
+        if (store == last)
+            continue;
+        if (!c.inserted.empty() || !c.updated.empty())
+            early.append(store);
+        if (!c.inserted.empty())
+            note.undo.append(notedRows(store, c.inserted));
+        if (!c.deleted.empty()) {
+            late.append(store);
+            note.redo.append(notedRows(store, c.deleted));
+        }
+    }
+    const QString folder = coordinator->saveNoteFolder();
+    if (!folder.isEmpty() && !note.write(folder, error))
+        return false;
+    const auto undo = [&](const HBPersistentStore *store, const HBError &cause) {
+        if (error)
+            *error = storeFailure(store, cause);
+        if (coordinator->undoSave(note))
+            note.remove();
+        return false;
+    };
+    const std::vector<HBError> failures = writeToStores(early, work, Inserts | Updates);
+    for (qsizetype i = 0; i < early.size(); ++i) {
+        if (!failures[size_t(i)].isNull())
+            return undo(early.at(i), failures[size_t(i)]);
+    }
+    const QStringList finished = coordinator->takeFinishedSaves();
+    HBError lastFailure;
+    const auto recordToken = [&](HBError *failure) { return last->recordSaveToken(note.token, finished, failure); };
+    if (!writeToStore(last, *work.constFind(last), AllParts, &lastFailure, recordToken)) {
+        for (const QString &token : finished)
+            coordinator->noteFinishedSave(token);
+        return undo(last, lastFailure);
+    }
+    const std::vector<HBError> lateFailures = writeToStores(late, work, Deletes);
+    for (qsizetype i = 0; i < late.size(); ++i) {
+        if (!lateFailures[size_t(i)].isNull()) {
+            qCWarning(hbStore).noquote() << "Rows that were deleted could not yet be removed from" << late.at(i)->path()
+                                         << "and will be when the stores are next opened:"
+                                         << lateFailures[size_t(i)].localizedDescription();
+            return true;
+        }
+    }
+    note.remove();
+    coordinator->noteFinishedSave(note.token);
+    return true;
 }
 
 } // namespace
@@ -1131,27 +1251,12 @@ bool HBManagedObjectContext::save(HBError *error)
                 return false;
         }
 
-        const std::vector<HBError> failures = writeToStores(order, work);
-        PendingChanges written;
-        bool failed = false;
-        for (qsizetype i = 0; i < order.size(); ++i) {
-            HBPersistentStore *store = order.at(i);
-            if (!failures[size_t(i)].isNull()) {
-                if (error && !failed) {
-                    *error = contextError(134030, QStringLiteral("The changes could not be saved to %1.").arg(store->path()));
-                    error->setDetailedErrors({failures[size_t(i)]});
-                }
-                failed = true;
-                continue;
+        if (order.size() > 1 && work.contains(m_coordinator->commitLastStore())) {
+            if (!writeInOrder(m_coordinator, order, work, error)) {
+                pending = {};
+                saveFailed = true;
             }
-            const PendingChanges &c = *work.constFind(store);
-            written.inserted.insert(written.inserted.end(), c.inserted.begin(), c.inserted.end());
-            written.updated.insert(written.updated.end(), c.updated.begin(), c.updated.end());
-            written.deleted.insert(written.deleted.end(), c.deleted.begin(), c.deleted.end());
-        }
-        if (failed) {
-            // only what reached a file is cleaned up; the rest stays pending
-            pending = written;
+        } else if (!writePerStore(order, work, pending, error)) {
             saveFailed = true;
         }
     }

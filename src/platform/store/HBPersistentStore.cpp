@@ -727,16 +727,20 @@ bool HBPersistentStore::load(HBError *error)
     sqlite3_busy_timeout(raw, kBusyTimeoutMs);
     HBError failure;
     // The write-ahead journal lets readers of one coordinator go on while
-    // another writes; NORMAL sync is durable against a process crash. Pages
+    // another writes. FULL sync makes each commit durable before the next
+    // file's begins: a save across files commits them in an order that is
+    // only safe if a later commit cannot outlive an earlier one through a
+    // power loss. Pages
     // of 16 KiB (for new files; a file keeps the size it was made with)
     // quarter the pages, and the writes, of a save of many rows.
-    if (!d->exec(QStringLiteral("PRAGMA page_size = 16384; PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL; PRAGMA foreign_keys = OFF"), &failure))
+    if (!d->exec(QStringLiteral("PRAGMA page_size = 16384; PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA foreign_keys = OFF"), &failure))
         return fail(failure);
     if (!d->exec(QStringLiteral("BEGIN IMMEDIATE"), &failure))
         return fail(failure);
     auto schemaOk = [&] {
         if (!d->exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_METADATA (Z_VERSION INTEGER, Z_UUID TEXT)"), &failure)
-            || !d->exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_PRIMARYKEY (Z_NAME TEXT PRIMARY KEY, Z_MAX INTEGER)"), &failure))
+            || !d->exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_PRIMARYKEY (Z_NAME TEXT PRIMARY KEY, Z_MAX INTEGER)"), &failure)
+            || !d->exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_SAVELOG (Z_TOKEN TEXT PRIMARY KEY)"), &failure))
             return false;
         HBSqliteStatement meta(d->db.get(), QStringLiteral("SELECT Z_VERSION, Z_UUID FROM Z_METADATA"));
         if (meta.step()) {
@@ -1063,4 +1067,60 @@ bool HBPersistentStore::deleteRow(qint64 primaryKey, const HBEntityDescription *
     if (!ok && error)
         *error = d->sqliteError(QStringLiteral("deleting %1 %2").arg(entity->name()).arg(primaryKey));
     return ok;
+}
+
+bool HBPersistentStore::deleteRows(const HBEntityDescription *entity, qint64 firstKey, qint64 lastKey, HBError *error,
+                                   qint64 *deleted)
+{
+    const HBStoreTable *t = d->table(entity);
+    if (!t)
+        return false;
+    HBSqliteStatement s(d->db.get(), QStringLiteral("DELETE FROM %1 WHERE Z_PK BETWEEN ? AND ?").arg(quoted(t->name)));
+    s.bindInt64(1, firstKey);
+    s.bindInt64(2, lastKey);
+    bool ok = false;
+    s.step(&ok);
+    if (!ok && error)
+        *error = d->sqliteError(QStringLiteral("deleting %1 %2 to %3").arg(entity->name()).arg(firstKey).arg(lastKey));
+    if (ok && deleted)
+        *deleted = sqlite3_changes64(d->db.get());
+    return ok;
+}
+
+bool HBPersistentStore::recordSaveToken(const QString &token, const QStringList &forget, HBError *error)
+{
+    HBSqliteStatement drop(d->db.get(), QStringLiteral("DELETE FROM Z_SAVELOG WHERE Z_TOKEN = ?"));
+    for (const QString &old : forget) {
+        drop.reset();
+        drop.bindText(1, old);
+        bool ok = false;
+        drop.step(&ok);
+        if (!ok) {
+            if (error)
+                *error = d->sqliteError(QStringLiteral("forgetting a save"));
+            return false;
+        }
+    }
+    HBSqliteStatement insert(d->db.get(), QStringLiteral("INSERT OR REPLACE INTO Z_SAVELOG VALUES (?)"));
+    insert.bindText(1, token);
+    bool ok = false;
+    insert.step(&ok);
+    if (!ok && error)
+        *error = d->sqliteError(QStringLiteral("recording a save"));
+    return ok;
+}
+
+std::optional<bool> HBPersistentStore::holdsSaveToken(const QString &token, HBError *error)
+{
+    QMutexLocker lock(&m_mutex);
+    HBSqliteStatement s(d->db.get(), QStringLiteral("SELECT 1 FROM Z_SAVELOG WHERE Z_TOKEN = ?"));
+    s.bindText(1, token);
+    bool ok = false;
+    const bool found = s.step(&ok);
+    if (!found && !ok) {
+        if (error)
+            *error = d->sqliteError(QStringLiteral("looking for a save"));
+        return std::nullopt;
+    }
+    return found;
 }

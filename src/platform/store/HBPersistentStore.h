@@ -7,6 +7,7 @@
 #include <QList>
 #include <QRecursiveMutex>
 #include <QString>
+#include <QStringList>
 #include <QUrl>
 
 #include <memory>
@@ -86,6 +87,18 @@ public:
     bool insertRows(std::span<const NewRow> rows, HBError *error);
     bool updateRow(qint64 primaryKey, const HBEntityDescription *entity, const HBRowValues &values, HBError *error);
     bool deleteRow(qint64 primaryKey, const HBEntityDescription *entity, HBError *error);
+    // Every row of the entity's table with a key from first to last.
+    bool deleteRows(const HBEntityDescription *entity, qint64 firstKey, qint64 lastKey, HBError *error,
+                    qint64 *deleted = nullptr);
+
+    // A save across several files marks, inside its transaction on the file
+    // it commits last, that it reached that file, so that a save cut off
+    // between its commits can later tell whether it was decided; marks of
+    // saves known to be finished are dropped in the same transaction.
+    bool recordSaveToken(const QString &token, const QStringList &forget, HBError *error);
+    // Whether the save marked with the token committed here; nothing when
+    // the file could not be read.
+    std::optional<bool> holdsSaveToken(const QString &token, HBError *error);
 
     QRecursiveMutex &mutex() { return m_mutex; }
 

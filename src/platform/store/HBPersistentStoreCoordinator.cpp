@@ -6,6 +6,8 @@
 #include "platform/store/HBManagedObjectModel.h"
 #include "platform/store/HBPersistentStore.h"
 
+#include "platform/HBLogging.h"
+
 #include <QFileInfo>
 
 #include <algorithm>
@@ -188,4 +190,94 @@ void HBPersistentStoreCoordinator::assignObject(HBManagedObject *object, HBPersi
 {
     if (object && object->managedObjectContext())
         object->managedObjectContext()->assignObject(object, store);
+}
+
+void HBPersistentStoreCoordinator::setSaveNoteFolder(const QString &folder)
+{
+    QMutexLocker lock(&m_savesLock);
+    m_saveNoteFolder = folder;
+}
+
+QString HBPersistentStoreCoordinator::saveNoteFolder() const
+{
+    QMutexLocker lock(&m_savesLock);
+    return m_saveNoteFolder;
+}
+
+void HBPersistentStoreCoordinator::noteFinishedSave(const QString &token)
+{
+    QMutexLocker lock(&m_savesLock);
+    m_finishedSaves.append(token);
+}
+
+QStringList HBPersistentStoreCoordinator::takeFinishedSaves()
+{
+    QMutexLocker lock(&m_savesLock);
+    return std::exchange(m_finishedSaves, {});
+}
+
+bool HBPersistentStoreCoordinator::undoSave(const HBSaveNote &note)
+{
+    return removeNotedRows(note.undo, QStringLiteral("added by a save that failed"));
+}
+
+int HBPersistentStoreCoordinator::finishUnfinishedSaves()
+{
+    const QString folder = saveNoteFolder();
+    if (folder.isEmpty())
+        return 0;
+    int repaired = 0;
+    for (const std::unique_ptr<HBSaveNote> &note : HBSaveNote::abandoned(folder)) {
+        HBPersistentStore *last = persistentStoreForPath(note->lastStorePath);
+        HBError error;
+        const std::optional<bool> decided = last ? last->holdsSaveToken(note->token, &error) : std::nullopt;
+        if (!decided) {
+            qCWarning(hbStore).noquote() << "A save that was cut off cannot be repaired yet:" << note->lastStorePath
+                                         << (last ? error.localizedDescription() : QStringLiteral("is not open"));
+            continue;
+        }
+        const bool removed = *decided
+                                 ? removeNotedRows(note->redo, QStringLiteral("that a save cut off after its last commit still had to remove"))
+                                 : removeNotedRows(note->undo, QStringLiteral("of a save cut off before its last commit"));
+        if (removed) {
+            note->remove();
+            ++repaired;
+        }
+    }
+    return repaired;
+}
+
+bool HBPersistentStoreCoordinator::removeNotedRows(const QList<HBSaveNote::StoreRows> &stores, const QString &done)
+{
+    bool allRemoved = true;
+    for (const HBSaveNote::StoreRows &noted : stores) {
+        std::unique_ptr<HBPersistentStore> opened;
+        HBPersistentStore *store = persistentStoreForPath(noted.path);
+        HBError error;
+        if (!store) {
+            opened = std::make_unique<HBPersistentStore>(m_model, noted.path, noted.configuration);
+            store = opened->load(&error) ? opened.get() : nullptr;
+        }
+        qint64 removed = 0;
+        bool ok = store && store->beginTransaction(&error);
+        for (auto it = noted.rows.begin(); ok && it != noted.rows.end(); ++it) {
+            const HBEntityDescription *entity = m_model->entityNamed(it->entityName);
+            qint64 count = 0;
+            ok = entity && store->deleteRows(entity, it->first, it->last, &error, &count);
+            removed += count;
+        }
+        if (ok)
+            ok = store->commit(&error);
+        else if (store)
+            store->rollback();
+        if (ok) {
+            if (removed > 0)
+                qCWarning(hbStore).noquote() << QStringLiteral("Removed %1 rows %2 from %3.").arg(removed).arg(done, noted.path);
+        } else {
+            qCWarning(hbStore).noquote() << QStringLiteral("The rows %1 could not be removed from %2: %3")
+                                                .arg(done, noted.path, error.localizedDescription());
+            allRemoved = false;
+        }
+    }
+    return allRemoved;
 }

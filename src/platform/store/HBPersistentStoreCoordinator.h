@@ -1,8 +1,11 @@
 #pragma once
 
 #include "platform/HBError.h"
+#include "platform/store/HBSaveNote.h"
 
 #include <QList>
+#include <QMutex>
+#include <QStringList>
 #include <QReadWriteLock>
 #include <QRecursiveMutex>
 #include <QString>
@@ -56,11 +59,35 @@ public:
 
     void assignObject(HBManagedObject *object, HBPersistentStore *store);
 
+    // The store whose records the others refer to. A save that writes it
+    // and others commits the others first and this one last, and undoes
+    // what it wrote when it cannot commit this one; unset, every store
+    // commits on its own.
+    void setCommitLastStore(HBPersistentStore *store) { m_commitLast.store(store); }
+    HBPersistentStore *commitLastStore() const { return m_commitLast.load(); }
+    // Where such saves leave their notes (see HBSaveNote); unset, a save
+    // still undoes its own failures but leaves nothing for a later run.
+    void setSaveNoteFolder(const QString &folder);
+    QString saveNoteFolder() const;
+    // Repairs what saves cut off between their commits left behind, by
+    // this process or another that is gone, logging what was removed.
+    // Returns the number of saves repaired.
+    int finishUnfinishedSaves();
+    // Takes out the rows a save added before its last commit (after that
+    // commit failed); true when they are all gone.
+    bool undoSave(const HBSaveNote &note);
+    // Tokens of finished saves, dropped by the next save's last commit.
+    void noteFinishedSave(const QString &token);
+    QStringList takeFinishedSaves();
+
     void lock() { m_lock.lock(); }
     void unlock() { m_lock.unlock(); }
     bool tryLock() { return m_lock.tryLock(); }
 
 private:
+    // Deletes the noted rows from their files, opening a file not open here
+    // for the purpose; `done` says in the log what the rows were.
+    bool removeNotedRows(const QList<HBSaveNote::StoreRows> &stores, const QString &done);
     HBManagedObjectID permanentIDForPlainParts(QStringView host, QStringView entityName, qint64 key) const;
     // What a plain URI's parts name: the entity, when the store holds it
     // (null otherwise), and a record of it for a positive key.
@@ -72,4 +99,8 @@ private:
     std::vector<std::unique_ptr<HBPersistentStore>> m_stores;
     std::atomic<quint64> m_storesGeneration{0};
     QRecursiveMutex m_lock;
+    std::atomic<HBPersistentStore *> m_commitLast{nullptr};
+    mutable QMutex m_savesLock;   // the two below
+    QString m_saveNoteFolder;
+    QStringList m_finishedSaves;
 };
