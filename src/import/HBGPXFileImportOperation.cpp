@@ -3,6 +3,7 @@
 #include "model/HBTrack.h"
 #include "model/HBTrackPoint.h"
 #include "model/HBWaypoint.h"
+#include "platform/HBLogging.h"
 #include "platform/store/HBManagedObjectContext.h"
 
 // Element names compare against Latin-1 literals, whose length is known
@@ -74,6 +75,22 @@ void HBGPXFileImportOperation::closeWaypoint()
     if (m_currentWaypoint)
         m_waypoints.append(m_currentWaypoint);
     m_currentWaypoint = nullptr;
+}
+
+// A receiver that lost power while writing, or a partial download, leaves
+// a track open: its complete points are kept as a track of the file. The
+// open point or waypoint is left unlinked, and the end of the import drops
+// whatever is unlinked.
+void HBGPXFileImportOperation::parserDidEndDocument(ExpatXMLParser &parser)
+{
+    if (!isCancelled() && (m_currentTrackPoint || m_currentWaypoint || m_currentSegment || m_currentTrack)) {
+        m_currentTrackPoint = nullptr;
+        m_currentWaypoint = nullptr;
+        closeTrackSegment();
+        closeTrack();
+        qCWarning(hbImport) << "There was an error parsing the file.";
+    }
+    HBXMLFileImportOperation::parserDidEndDocument(parser);
 }
 
 void HBGPXFileImportOperation::setText(const QString &elementName)

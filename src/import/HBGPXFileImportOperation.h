@@ -30,6 +30,11 @@
 // (extensions, hdop, fix, link, ...). A symbol on a track point is dropped
 // too. Decimals keep the digits of the file; an element without text sets
 // nothing.
+//
+// A file that ends early (cut off, or malformed) keeps what was complete:
+// the end of the document closes the open segment into the open track and
+// that track into tracks(), and logs "There was an error parsing the
+// file." once; the point or waypoint being read is incomplete and dropped.
 class HBGPXFileImportOperation : public HBXMLFileImportOperation
 {
     Q_OBJECT
@@ -42,6 +47,7 @@ public:
                                const Attributes &attributes) override;
     void parserDidEndElement(ExpatXMLParser &parser, const QString &elementName,
                              const QString &namespaceURI, const QString &qualifiedName) override;
+    void parserDidEndDocument(ExpatXMLParser &parser) override;
 
 private:
     void setText(const QString &elementName);

@@ -162,6 +162,7 @@ void HBXMLFileImportOperation::parserDidEndDocument(ExpatXMLParser &)
     }
     removeDuplicates2();
     linkToImportSource();
+    dropUnlinkedRecords();
     save();
 }
 
@@ -172,6 +173,36 @@ void HBXMLFileImportOperation::linkToImportSource()
     m_tracks.clear();
     m_routes.clear();
     m_waypoints.clear();
+}
+
+// What the file's structure did not reach (a point outside any segment, a
+// segment outside any track, a track that a nested one replaced, the point
+// or waypoint a file was cut off in) is not saved: nothing could find it
+// afterwards, not even the deletion of the file's import source.
+void HBXMLFileImportOperation::dropUnlinkedRecords()
+{
+    HBManagedObjectContext *context = managedObjectContext();
+    QList<HBTrackSegment *> segments;
+    QList<HBTrackPoint *> points;
+    for (HBManagedObject *record : context->insertedObjects()) {
+        if (auto *point = dynamic_cast<HBTrackPoint *>(record))
+            points.append(point);
+        else if (auto *segment = dynamic_cast<HBTrackSegment *>(record))
+            segments.append(segment);
+        else if ((dynamic_cast<HBTrack *>(record) || dynamic_cast<HBWaypoint *>(record))
+                 && !record->objectForKey(QStringLiteral("importSource")))
+            context->deleteObject(record);
+    }
+    // a segment goes with its deleted track, but its points are no relationship of it
+    const auto isGone = [](const HBManagedObject *owner) { return !owner || owner->isDeleted(); };
+    for (HBTrackSegment *segment : std::as_const(segments)) {
+        if (isGone(segment->track()))
+            context->deleteObject(segment);
+    }
+    for (HBTrackPoint *point : std::as_const(points)) {
+        if (isGone(point->trackSegment()))
+            context->deleteObject(point);
+    }
 }
 
 void HBXMLFileImportOperation::save()

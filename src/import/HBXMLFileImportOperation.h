@@ -40,7 +40,10 @@ class HBWaypoint;
 //   3. parserDidEndDocument (after success, malformed XML or an abort):
 //      cancelled -> the result lists are emptied and nothing is saved;
 //      otherwise duplicate waypoints are removed, tracks and waypoints are
-//      linked to the import source, and the context is saved once.
+//      linked to the import source, what is then linked to nothing (a
+//      segment without a track, a point without a segment, a track or
+//      waypoint without the import source) is dropped, and the context is
+//      saved once.
 // A malformed or truncated file is not reported: what was complete up to
 // the fault is saved. An unreadable file saves an import source alone.
 //
@@ -52,8 +55,8 @@ class HBWaypoint;
 //   | point    | openTrackPoint   | closeTrackPoint    | the segment's list |
 //   | waypoint | the subclass     | the subclass       | waypoints          |
 // A list that is absent (std::nullopt) is a missing list: what is closed
-// into it is lost to the structure, though the record stays in the context
-// and is saved on its own (a "trkpt" outside any "trkseg", say).
+// into it is lost to the structure and dropped at the end of the document
+// (a "trkpt" outside any "trkseg", say).
 // Invariant: an event, track or segment is open exactly when its list of
 // children exists (checked in debug builds after every open and close).
 class HBXMLFileImportOperation : public HBFileImportOperation, public ExpatXMLParserDelegate
@@ -167,6 +170,7 @@ private:
     QList<DuplicateKey> fetchStoredPointKeys(const HBPredicate &predicate,
                                              const QStringList &sortKeys) const;
     void linkToImportSource();
+    void dropUnlinkedRecords();
     void save();
     void checkWorkingState() const;
 

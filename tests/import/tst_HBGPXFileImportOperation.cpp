@@ -142,28 +142,30 @@ private slots:
         QCOMPARE(describeImport(path), expected);
     }
 
-    void oddStructuresSaveWhatWasMade_data()
+    void oddStructuresSaveWhatIsLinked_data()
     {
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QStringList>("expected");
         QTest::addColumn<QString>("saved");   // tracks segments points waypoints events
 
-        QTest::newRow("a point outside any segment is saved alone")
+        // nothing could reach what is linked to nothing, so it is not saved
+        QTest::newRow("a point outside any segment is dropped")
             << QByteArray("<trk><trkpt lat=\"1\" lon=\"2\"/><trkseg><trkpt lat=\"3\" lon=\"4\"/></trkseg></trk>")
-            << QStringList{"track 1", "  segment 0", "    3 4"} << "1 1 2 0 0";
-        QTest::newRow("a segment outside any track is saved alone")
+            << QStringList{"track 1", "  segment 0", "    3 4"} << "1 1 1 0 0";
+        QTest::newRow("a segment outside any track is dropped with its points")
             << QByteArray("<trkseg><trkpt lat=\"1\" lon=\"2\"/></trkseg><trk><trkseg/></trk>")
-            << QStringList{"track 1", "  segment 0"} << "1 2 1 0 0";
-        QTest::newRow("of nested tracks only the inner one is listed")
-            << QByteArray("<trk><name>outer</name><trk><name>inner</name></trk></trk>")
-            << QStringList{"track 2 name=inner"} << "2 0 0 0 0";
+            << QStringList{"track 1", "  segment 0"} << "1 1 0 0 0";
+        QTest::newRow("of nested tracks only the inner one is kept")
+            << QByteArray("<trk><name>outer</name><trkseg><trkpt lat=\"1\" lon=\"2\"/></trkseg>"
+                          "<trk><name>inner</name></trk></trk>")
+            << QStringList{"track 2 name=inner"} << "1 0 0 0 0";
         QTest::newRow("an empty track element")
             << QByteArray("<trk/>") << QStringList{"track 1"} << "1 0 0 0 0";
         QTest::newRow("routes make no records")
             << QByteArray("<rte><name>R</name><rtept lat=\"1\" lon=\"2\"/></rte>") << QStringList{} << "0 0 0 0 0";
     }
 
-    void oddStructuresSaveWhatWasMade()
+    void oddStructuresSaveWhatIsLinked()
     {
         QFETCH(QByteArray, body);
         QFETCH(QStringList, expected);
@@ -207,12 +209,15 @@ private slots:
             << "   " + utf8 << QStringList{} << quint64(3 + QString::fromUtf8(utf8).size()) << "0 0 0 0 0";
         QTest::newRow("not XML") << QByteArray("Error running filter\n") << QStringList{} << quint64(21) << "0 0 0 0 0";
         QTest::newRow("empty") << QByteArray() << QStringList{} << quint64(0) << "0 0 0 0 0";
-        // the complete waypoint is listed; the open track and its open
-        // point are saved, unlisted
+        // the open track keeps its complete point; the open point is dropped
         const QByteArray cut("<gpx><wpt lat=\"5\" lon=\"6\"><name>W</name></wpt><trk><trkseg><trkpt lat=\"1\" lon=\"2\">"
                              "</trkpt><trkpt lat=\"3\" lon=\"4\"><ele>1");
         QTest::newRow("cut off inside a point")
-            << cut << QStringList{"waypoint 1 5 6 name=W"} << quint64(cut.size()) << "1 1 2 1 0";
+            << cut << QStringList{"track 2", "  segment 0", "    1 2", "waypoint 1 5 6 name=W"} << quint64(cut.size())
+            << "1 1 1 1 0";
+        const QByteArray cutInWaypoint("<gpx><wpt lat=\"9\" lon=\"6\"><name>V</name></wpt><wpt lat=\"7\" lon=\"8\"><na");
+        QTest::newRow("cut off inside a waypoint")
+            << cutInWaypoint << QStringList{"waypoint 1 9 6 name=V"} << quint64(cutInWaypoint.size()) << "0 0 0 1 0";
     }
 
     void encodingsAndMalformedFiles()
@@ -433,10 +438,10 @@ private slots:
         row("malformed/gpsbabel-basecamp-bom-crlf.truncated.gpx", "0 0 0 2", "0 0 0 2 0");
         // one line of text, not XML: Expat stops at once, the import source alone
         row("malformed/gpsbabel-not-xml.gpx", "0 0 0 0", "0 0 0 0 0");
-        // README: 40 wpt; cut inside the name of the 40th: 39 complete waypoints are listed, the open 40th is saved unlisted
-        row("malformed/gpsbabel-spb_metro_ru-mid-utf8.truncated.gpx", "0 0 0 39", "0 0 0 40 0");
-        // README: 1 trk, 1 trkseg, 99 trkpt; cut inside the time of the 99th trkpt (the 100th time, after the metadata one): no trkseg or trk closes, so nothing is listed; the track, the segment and the 99 points are saved unlisted
-        row("malformed/togeojson-garmin-connect-run.truncated.gpx", "0 0 0 0", "1 1 99 0 0");
+        // README: 40 wpt; cut inside the name of the 40th: the 39 complete waypoints are kept, the open 40th is dropped
+        row("malformed/gpsbabel-spb_metro_ru-mid-utf8.truncated.gpx", "0 0 0 39", "0 0 0 39 0");
+        // README: 1 trk, 1 trkseg, 99 trkpt; cut inside the time of the 99th trkpt (the 100th time, after the metadata one): the open track keeps its segment of 98 complete points, the open 99th is dropped
+        row("malformed/togeojson-garmin-connect-run.truncated.gpx", "1 1 98 0", "1 1 98 0 0");
         // README: 2 wpt, 1 rte, 1 rtept, 1 trk, 1 trkseg, 2 trkpt; routes are not imported; the bad numbers leave values absent, not records
         row("malformed/togeojson-osmand-bad-values.gpx", "1 1 2 2", "1 1 2 2 0");
     }

@@ -194,10 +194,11 @@ private slots:
                    + "<Trackpoint><Time>2011-03-05T08:00:02Z</Time><Position><LatitudeDegrees>1</LatitudeDegrees>"
             << QStringList{"track 1 name=Lap #1", "  segment 0", at(1), "    1 - time=2011-03-05T08:00:02.000Z"} << 1
             << "1 1 2 0 1";
-        // without an open activity nothing is closed: saved, not listed
+        // without an open activity nothing is closed, and what is linked
+        // to nothing is not saved
         QTest::newRow("inside a course")
             << "<TrainingCenterDatabase><Courses><Course><Lap><Track>" + trackpoint(1) + "<Trackpoint>"
-            << QStringList{} << 0 << "1 1 2 0 0";
+            << QStringList{} << 0 << "0 0 0 0 0";
     }
 
     void unbalancedAndCutOffFiles()
@@ -237,8 +238,8 @@ private slots:
         row("tcx/dblock-treadmill-forerunner945.tcx", "3 3 215 0", "3 3 215 0 1");
         // README: 1 Activity, 14 Lap, 14 Track, 943 Trackpoint: one event
         row("tcx/gpsbabel-gtrnctr-lap_s-fit2tcx.tcx", "14 14 943 0", "14 14 943 0 1");
-        // README: 1 Course, 1 Lap, 1 Track, 18 Trackpoint; in a course the Track follows the Lap instead of lying in it: the Lap closes as a track without segments, and the segment with its 18 points closes into no track (saved, unlisted); no Activity, no event
-        row("tcx/gpsbabel-gtrnctr-readcp-course.tcx", "1 0 0 0", "1 1 18 0 0");
+        // README: 1 Course, 1 Lap, 1 Track, 18 Trackpoint; in a course the Track follows the Lap instead of lying in it: the Lap closes as a track without segments, and the segment with its 18 points closes into no track and is dropped; no Activity, no event
+        row("tcx/gpsbabel-gtrnctr-readcp-course.tcx", "1 0 0 0", "1 0 0 0 0");
         // README: 1 Activity, 1 Lap, 2 Track, 1205 Trackpoint: one track of two segments
         row("tcx/gpsbabel-history.tcx", "1 2 1205 0", "1 2 1205 0 1");
         // README: 1 Activity, 1 Lap, 1 Track, 5 Trackpoint: one event
@@ -263,8 +264,8 @@ private slots:
         row("tcx/togeojson-forerunner305-sample.tcx", "1 3 19 0", "1 3 19 0 1");
         // README: 1 Activity, 1 Lap, 1 Track, 317 Trackpoint: one event
         row("tcx/togeojson-garmin-connect-edge520.tcx", "1 1 317 0", "1 1 317 0 1");
-        // README: 1 Course, 1 Lap, 1 Track, 30 Trackpoint; a course: the Lap closes as a track without segments, the segment with its 30 points closes into no track (saved, unlisted); no event
-        row("tcx/togeojson-tcx-courses.tcx", "1 0 0 0", "1 1 30 0 0");
+        // README: 1 Course, 1 Lap, 1 Track, 30 Trackpoint; a course: the Lap closes as a track without segments, the segment with its 30 points closes into no track and is dropped; no event
+        row("tcx/togeojson-tcx-courses.tcx", "1 0 0 0", "1 0 0 0 0");
         // README: 1 Activity, 5 Lap, 5 Track, 1545 Trackpoint, but spaces before the XML declaration: Expat rejects the file at its first line, the import source alone
         row("malformed/sportslib-polar-v800-leading-spaces.tcx", "0 0 0 0", "0 0 0 0 0");
         // README: 1 Activity, 2 Lap, 2 Track, 4 Trackpoint; bad latitudes leave values absent, not records

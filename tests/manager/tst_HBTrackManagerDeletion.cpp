@@ -6,8 +6,11 @@
 #include "model/HBTrackPoint.h"
 #include "model/HBTrackSegment.h"
 #include "model/HBWaypoint.h"
+#include "platform/HBMainThread.h"
+#include "platform/HBOperationQueue.h"
 #include "platform/store/HBManagedObjectContext.h"
 
+#include <QDir>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -71,6 +74,57 @@ class tst_HBTrackManagerDeletion : public QObject
         return source;
     }
 
+    // The rows of what an import stores, over every store file, read with
+    // SQLite itself: sources, tracks, segments, point lists, points, their
+    // extras, waypoints. Events and shared symbols are not counted.
+    static QList<qint64> importRows()
+    {
+        const QString file = central();
+        QList<qint64> rows{rowsIn(file, QStringLiteral("HBImportSource")),   rowsIn(file, QStringLiteral("HBTrack")),
+                           rowsIn(file, QStringLiteral("HBTrackSegment")),   rowsIn(file, QStringLiteral("HBTrackSegmentPointURIs")),
+                           0, rowsIn(file, QStringLiteral("HBGeoPointAdditions")),
+                           rowsIn(file, QStringLiteral("HBGeoPoint"))};   // waypoints stay in the central file
+        for (const QFileInfo &points : QDir(HBTrackManager::pointFolder()).entryInfoList({QStringLiteral("*.sql")})) {
+            rows[4] += rowsIn(points.filePath(), QStringLiteral("HBGeoPoint"));
+            rows[5] += rowsIn(points.filePath(), QStringLiteral("HBGeoPointAdditions"));
+        }
+        return rows;
+    }
+
+    static QString describeRows(const QList<qint64> &rows)
+    {
+        return QStringLiteral("sources %1 tracks %2 segments %3 point lists %4 points %5 extras %6 waypoints %7")
+            .arg(rows[0]).arg(rows[1]).arg(rows[2]).arg(rows[3]).arg(rows[4]).arg(rows[5]).arg(rows[6]);
+    }
+
+    // Imports the file as a batch of its own, to the end of its save.
+    void importAndWait(const QString &path)
+    {
+        m_manager->importFilesAtPaths({path});
+        QTRY_VERIFY_WITH_TIMEOUT(!m_manager->trackImportIsInProgress() && m_manager->trackImportQueue()->operationCount() == 0,
+                                 60000);
+    }
+
+    // Deletes the file's import source and waits until the deletion, the
+    // points of its segments included, is in the files.
+    void deleteSourceAndWait(const QString &path)
+    {
+        std::unique_ptr<HBManagedObjectContext> context = m_manager->newPrivateQueueContext();
+        QList<HBManagedObject *> sources;
+        context->performBlockAndWait([&] {
+            HBFetchRequest request(QStringLiteral("HBImportSource"));
+            request.setPredicate(HBPredicate::format(QStringLiteral("filePath == %@"), {path}));
+            sources = context->executeFetchRequest(request);
+        });
+        QCOMPARE(sources.size(), 1);
+        QSignalSpy announced(m_manager, &HBTrackManager::didDeleteObjects);
+        m_manager->deleteObjects(sources);
+        QTRY_VERIFY_WITH_TIMEOUT(announced.count() > 0, 60000);
+        m_manager->save();
+        HBMainThread::waitUntil(
+            [](std::chrono::milliseconds slice) { return QThreadPool::globalInstance()->waitForDone(int(slice.count())); });
+    }
+
 private slots:
     void initTestCase()
     {
@@ -111,6 +165,50 @@ private slots:
         QCOMPARE(rowsIn(central(), QStringLiteral("HBGeoPoint"), QStringLiteral("name = 'doomed'")), qint64(0));
         QCOMPARE(rowsIn(central(), QStringLiteral("HBGeoPoint"), QStringLiteral("name = 'kept'")), qint64(2));
         QCOMPARE(m_manager->batchFaultGraphFromImportSource(kept).size(), 10);
+    }
+
+    // Every corpus file, malformed and cut-off ones included: deleting its
+    // import source leaves nothing of it in any file, so nothing the import
+    // stored was out of reach. A GPX file cut off mid-track or mid-waypoint
+    // keeps exactly its complete elements.
+    void deletingAnImportedFileLeavesNothingOfIt_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("added");   // by the import; empty where the importer tests count
+        const QHash<QString, QString> cutOff{
+            {QStringLiteral("malformed/togeojson-garmin-connect-run.truncated.gpx"),
+             QStringLiteral("sources 1 tracks 1 segments 1 point lists 1 points 98 extras 0 waypoints 0")},
+            {QStringLiteral("malformed/gpsbabel-spb_metro_ru-mid-utf8.truncated.gpx"),
+             QStringLiteral("sources 1 tracks 0 segments 0 point lists 0 points 0 extras 0 waypoints 39")},
+            {QStringLiteral("malformed/gpsbabel-basecamp-bom-crlf.truncated.gpx"),
+             QStringLiteral("sources 1 tracks 0 segments 0 point lists 0 points 0 extras 0 waypoints 2")},
+        };
+        const QDir corpus(QStringLiteral(HB_CORPUS_DIR));
+        int files = 0;
+        for (const QString &folder : {QStringLiteral("gpx"), QStringLiteral("tcx"), QStringLiteral("nmea"), QStringLiteral("malformed")}) {
+            for (const QString &name : QDir(corpus.filePath(folder)).entryList(QDir::Files, QDir::Name)) {
+                const QString file = folder + u'/' + name;
+                QTest::newRow(qPrintable(file)) << corpus.filePath(file) << cutOff.value(file);
+                ++files;
+            }
+        }
+        QCOMPARE(files, 152);   // the corpus README's count
+    }
+
+    void deletingAnImportedFileLeavesNothingOfIt()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, added);
+        const QList<qint64> before = importRows();
+        importAndWait(path);
+        if (!added.isEmpty()) {
+            QList<qint64> difference = importRows();
+            for (qsizetype i = 0; i < difference.size(); ++i)
+                difference[i] -= before[i];
+            QCOMPARE(describeRows(difference), added);
+        }
+        deleteSourceAndWait(path);
+        QCOMPARE(describeRows(importRows()), describeRows(before));
     }
 
     void deletingTracksAndWaypointsDirectly()
