@@ -3,21 +3,18 @@
 #include <QString>
 #include <QTextStream>
 
-// The progress of an import on a terminal: one line redrawn in place, or,
-// when the output is not a terminal, a plain line each time the text
-// changes or another tenth is done.
+// The progress of an import as one line redrawn in place on a terminal.
+// It is drawn only there: off a terminal progress lines would be noise in
+// whatever reads the output.
 class HBGPSProgressBar
 {
 public:
-    HBGPSProgressBar(QTextStream &out, bool terminal);
+    explicit HBGPSProgressBar(QTextStream &terminal);
     void update(quint64 value, quint64 maximum, const QString &info);
-    // Ends the redrawn line.
+    // Clears the line, so that what is printed next starts on a clean one.
     void finish();
 
 private:
-    QTextStream &m_out;
-    bool m_terminal;
-    QString m_lastInfo;
-    int m_lastTenth = -1;
+    QTextStream &m_terminal;
     bool m_drawn = false;
 };

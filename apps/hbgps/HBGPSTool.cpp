@@ -1,6 +1,6 @@
 #include "HBGPSTool.h"
 
-#include "HBGPSProgressBar.h"
+#include "HBGPSImport.h"
 #include "HBGPSSelection.h"
 
 #include "export/HBGPXExporter.h"
@@ -9,7 +9,6 @@
 #include "model/HBTrackDataModel.h"
 #include "model/HBWaypoint.h"
 #include "platform/HBMainThread.h"
-#include "platform/HBOperationQueue.h"
 #include "platform/store/HBEntityDescription.h"
 #include "platform/store/HBManagedObjectContext.h"
 #include "platform/store/HBManagedObjectModel.h"
@@ -17,19 +16,14 @@
 #include "platform/store/HBPersistentStoreCoordinator.h"
 
 #include <QCommandLineParser>
-#include <QDirIterator>
-#include <QTimer>
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLoggingCategory>
 #include <QThreadPool>
 
-#include <atomic>
-#include <csignal>
-#include <cstdio>
-#include <unistd.h>
 
 namespace {
 
@@ -179,52 +173,6 @@ void waitForBackgroundWork()
         [](std::chrono::milliseconds slice) { return QThreadPool::globalInstance()->waitForDone(int(slice.count())); });
 }
 
-std::atomic<bool> interrupted{false};
-
-void noteInterrupt(int)
-{
-    interrupted = true;
-}
-
-// The files to consider: given files as they are, folders searched for
-// files of a valid type, in a stable order.
-QStringList filesBelow(const QStringList &paths)
-{
-    const HBPredicate valid = HBTrackManager::validFileTypePredicate();
-    QStringList files;
-    for (const QString &path : paths) {
-        if (!QFileInfo(path).isDir()) {
-            files.append(QFileInfo(path).absoluteFilePath());
-            continue;
-        }
-        QStringList found;
-        QDirIterator below(path, QDir::Files | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
-        while (below.hasNext()) {
-            const QString file = QFileInfo(below.next()).absoluteFilePath();
-            if (valid.evaluateWithValue(file))
-                found.append(file);
-        }
-        found.sort();
-        files += found;
-    }
-    files.removeDuplicates();
-    return files;
-}
-
-// The files of the list that have an import source of this batch.
-QStringList importedSince(HBTrackManager *manager, const QStringList &files, const QDateTime &start)
-{
-    std::unique_ptr<HBManagedObjectContext> context = manager->newPrivateQueueContext();
-    QStringList imported;
-    context->performBlockAndWait([&] {
-        HBFetchRequest request(QStringLiteral("HBImportSource"));
-        request.setPredicate(HBPredicate::format(QStringLiteral("filePath IN %@ AND importDate >= %@"), {files, start}));
-        for (const HBManagedObject *source : context->executeFetchRequest(request))
-            imported.append(source->valueForKey(QStringLiteral("filePath")).toString());
-    });
-    return imported;
-}
-
 } // namespace
 
 HBGPSTool::HBGPSTool()
@@ -263,10 +211,14 @@ int HBGPSTool::run(const QStringList &arguments)
 int HBGPSTool::importFiles(const QStringList &arguments)
 {
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Imports GPX, TCX and NMEA files; folders are searched for them. "
-                                                    "Files imported before and unchanged since are skipped. Ctrl-C "
-                                                    "cancels the files not yet imported."));
+    parser.setApplicationDescription(QStringLiteral(
+        "Imports GPX, TCX and NMEA files; folders are searched for them. Files imported before and unchanged since "
+        "are skipped. One line per file tells what came in, or why nothing did, and what was wrong with a file "
+        "that is not what it claims to be; then the totals. Ctrl-C (or SIGTERM, SIGHUP) cancels the files not yet "
+        "imported. Exit status 1 when a file could not be saved or the import was cancelled."));
     parser.addPositionalArgument(QStringLiteral("PATH"), QStringLiteral("Files or folders."), QStringLiteral("PATH..."));
+    const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("Also log every problem of every file on standard error."));
+    parser.addOption(verbose);
     int exitCode = Success;
     if (!parseCommand(parser, arguments, m_out, m_err, &exitCode))
         return exitCode;
@@ -279,68 +231,12 @@ int HBGPSTool::importFiles(const QStringList &arguments)
         }
     }
 
-    HBTrackManager *manager = HBTrackManager::sharedTrackManager();
-    const QStringList files = filesBelow(parser.positionalArguments());
-    const HBPredicate valid = HBTrackManager::validFileTypePredicate();
-    QStringList unknown, importable;
-    for (const QString &f : files)
-        (valid.evaluateWithValue(f) ? importable : unknown).append(f);
-    const QStringList unchanged = manager->pathsToSkip(importable);
-    QStringList toImport;
-    for (const QString &f : std::as_const(importable)) {
-        if (!unchanged.contains(f))
-            toImport.append(f);
+    if (!parser.isSet(verbose)) {
+        // what the log would tell line by line, the report tells once per file
+        QLoggingCategory::setFilterRules(QStringLiteral("hb.import=false"));
+        HBTrackManager::setErrorPresenter([](const HBError &) {});
     }
-
-    HBGPSProgressBar bar(m_out, isatty(fileno(stdout)) != 0);
-    const auto redraw = [&] {
-        bar.update(manager->trackImportProgressValue(), manager->trackImportProgressMax(), manager->trackImportProgressInfo());
-    };
-    QObject scope;
-    QObject::connect(manager, &HBTrackManager::trackImportProgressValueChanged, &scope, redraw);
-    QObject::connect(manager, &HBTrackManager::trackImportProgressInfoChanged, &scope, redraw);
-    const QDateTime start = QDateTime::currentDateTimeUtc().addMSecs(-1);
-    std::signal(SIGINT, noteInterrupt);
-    bool cancelled = false;
-    if (!toImport.isEmpty()) {
-        manager->importFilesAtPaths(toImport);
-        QEventLoop loop;
-        QTimer watch;
-        QObject::connect(&watch, &QTimer::timeout, &loop, [&] {
-            if (interrupted && !cancelled) {
-                cancelled = true;
-                manager->cancelImport();
-            }
-            if (!manager->trackImportIsInProgress() && manager->trackImportQueue()->operationCount() == 0)
-                loop.quit();
-        });
-        watch.start(50);
-        loop.exec();
-        // the manager leaves its value where the last tick put it
-        bar.update(manager->trackImportLastFinishedProgressValue(), manager->trackImportProgressMax(),
-                   manager->trackImportProgressInfo());
-        bar.finish();
-    }
-    std::signal(SIGINT, SIG_DFL);
-
-    const QStringList imported = importedSince(manager, toImport, start);
-    for (const QString &f : files) {
-        const char *status = unknown.contains(f)     ? "skipped (unknown type)"
-                             : unchanged.contains(f) ? "skipped (unchanged)"
-                             : imported.contains(f)  ? "imported"
-                                                     : "cancelled";
-        m_out << status << "  " << f << '\n';
-    }
-    m_out << QStringLiteral("%1 imported, %2 unchanged, %3 of unknown type")
-                 .arg(imported.size())
-                 .arg(unchanged.size())
-                 .arg(unknown.size())
-          << '\n';
-    if (cancelled) {
-        m_err << "hbgps: import cancelled\n";
-        return Failure;
-    }
-    return Success;
+    return HBGPSImport(m_out, m_err).run(parser.positionalArguments());
 }
 
 int HBGPSTool::list(const QStringList &arguments)

@@ -1,6 +1,7 @@
 #include "import/HBFileImportOperation.h"
 
 #include "model/HBImportSource.h"
+#include "platform/HBError.h"
 #include "platform/store/HBManagedObjectContext.h"
 
 #include <QFile>
@@ -88,4 +89,36 @@ HBImportSource *HBFileImportOperation::insertImportSource(HBManagedObjectContext
     if (modified.isValid())
         source->setFileModificationDate(modified);
     return source;
+}
+
+HBImportReport HBFileImportOperation::report() const
+{
+    HBImportReport report = m_report;
+    report.filePath = m_filePath;
+    return report;
+}
+
+void HBFileImportOperation::noteKept(qint64 tracks, qint64 points, qint64 waypoints)
+{
+    m_report.tracks = tracks;
+    m_report.points = points;
+    m_report.waypoints = waypoints;
+}
+
+void HBFileImportOperation::noteProblem(const QString &problem)
+{
+    if (m_report.problem.isNull())
+        m_report.problem = problem;
+}
+
+void HBFileImportOperation::noteSaved()
+{
+    m_report.saved = true;
+}
+
+void HBFileImportOperation::noteSaveFailure(const HBError &error)
+{
+    const QString causes = error.detailedErrorsDescription();
+    m_report.failure = causes.isEmpty() ? error.localizedDescription()
+                                        : QStringLiteral("%1 (%2)").arg(error.localizedDescription(), causes);
 }

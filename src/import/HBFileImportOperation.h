@@ -1,5 +1,6 @@
 #pragma once
 
+#include "import/HBImportReport.h"
 #include "platform/HBOperation.h"
 
 #include <QDateTime>
@@ -8,6 +9,7 @@
 #include <atomic>
 #include <memory>
 
+class HBError;
 class HBImportSource;
 class HBManagedObjectContext;
 
@@ -17,7 +19,8 @@ class HBManagedObjectContext;
 // hands it to setManagedObjectContext, (2) does all its record work inside
 // that context's performBlock / performBlockAndWait, (3) makes the file's
 // import source with insertImportSource, and (4) saves the context before
-// main() returns.
+// main() returns, noting in its report what it kept, the first problem of
+// the file and how the save went.
 //
 // Life cycle:
 //   1. configured, on the thread that queues the import: setFilePath (which
@@ -65,6 +68,10 @@ public:
     // any size needs no more memory than one chunk.
     static quint64 numberOfCharactersInFile(const QString &path);
 
+    // What the import brought in and what went wrong; read it once the
+    // operation has finished (one that never ran reports nothing saved).
+    HBImportReport report() const;
+
 protected:
     HBFileImportOperation();
 
@@ -83,6 +90,13 @@ protected:
     // (only when known).
     HBImportSource *insertImportSource(HBManagedObjectContext *context) const;
 
+    // What the import source is about to hold.
+    void noteKept(qint64 tracks, qint64 points, qint64 waypoints);
+    // Only the first problem is kept: what follows a fault is often its echo.
+    void noteProblem(const QString &problem);
+    void noteSaved();
+    void noteSaveFailure(const HBError &error);
+
 private:
     std::unique_ptr<HBManagedObjectContext> m_ownedContext;
     HBManagedObjectContext *m_context = nullptr;
@@ -90,4 +104,6 @@ private:
     std::atomic<quint64> m_numberOfCharacters = 0;
     std::atomic<quint64> m_currentCharacter = 0;
     QDateTime m_importDate;
+    // written by main() on the import thread, read after it finished
+    HBImportReport m_report;
 };

@@ -160,10 +160,12 @@ void HBNMEAImportOperation::main()
     setSharedManagedObjectContext(HBTrackManager::sharedBackgroundThreadTrackManager()->managedObjectContext());
     m_trackPoints.clear();
     m_errorLog.clear();
+    m_linesWithErrors = 0;
     // Waited for: the operation must not count as finished before its
     // records are saved.
     managedObjectContext()->performBlockAndWait([this] {
         parseFile();
+        noteUnreadLines();
         saveImportSource();
         for (const QString &entry : std::as_const(m_errorLog))
             qCWarning(hbImport).noquote() << entry;
@@ -179,6 +181,7 @@ void HBNMEAImportOperation::parseFile()
         text = file.readAll();
     if (file.error() != QFileDevice::NoError) {
         qCWarning(hbImport).noquote() << QStringLiteral("NMEA import error: %1").arg(file.errorString());
+        noteProblem(QStringLiteral("cannot read the file: %1").arg(file.errorString()));
         text.clear();
     }
 
@@ -329,7 +332,23 @@ QDateTime HBNMEAImportOperation::dateFromTimeField(QByteArrayView time, QByteArr
 
 void HBNMEAImportOperation::logError(const QString &message, quint64 line)
 {
+    // a line can be wrong in its date and in its position
+    if (m_errorLog.isEmpty() || line != m_lastErrorLine)
+        ++m_linesWithErrors;
+    m_lastErrorLine = line;
     m_errorLog.append(QStringLiteral("line %1: %2").arg(line).arg(message));
+}
+
+// A receiver's log often holds sentences of another form than this reader
+// takes (RMC without the mode field, say): one line tells how many lines
+// that left out and why the first was, instead of one per line.
+void HBNMEAImportOperation::noteUnreadLines()
+{
+    if (m_errorLog.isEmpty())
+        return;
+    noteProblem(QStringLiteral("%1 NMEA %2 not read in full, the first at %3")
+                    .arg(m_linesWithErrors)
+                    .arg(m_linesWithErrors == 1 ? QStringLiteral("line") : QStringLiteral("lines"), m_errorLog.first()));
 }
 
 bool HBNMEAImportOperation::saveImportSource()
@@ -342,6 +361,7 @@ bool HBNMEAImportOperation::saveImportSource()
     track->setName(QFileInfo(filePath()).fileName());
     track->setSegments({segment});
     track->setImportSource(insertImportSource(context));
+    noteKept(1, m_trackPoints.size(), 0);
 
     // Context first, then coordinator: the order every writer to the
     // coordinator keeps.
@@ -352,7 +372,10 @@ bool HBNMEAImportOperation::saveImportSource()
     const bool saved = context->save(&error);
     coordinator->unlock();
     context->unlock();
-    if (!saved) {
+    if (saved) {
+        noteSaved();
+    } else {
+        noteSaveFailure(error);
         HBTrackManager::presentError(error);
         qCWarning(hbImport).noquote() << error.localizedDescription();
         qCWarning(hbImport).noquote() << error.detailedErrorsDescription();

@@ -26,7 +26,8 @@ class HBTrackPoint;
 // the field had after its degrees ("4807.038" N is 48.117300), so that the
 // receiver's resolution survives. Bad lines and fields go to errorLog()
 // ("line 3: ...", counting only lines that hold text) and, at the end, to
-// the log; they never stop the import. A failed save is shown to the user
+// the log, and the report tells how many lines that was and why the first
+// was; they never stop the import. A failed save is shown to the user
 // through the track manager's error presenter.
 //
 // Life cycle of one operation (one file, once):
@@ -89,10 +90,13 @@ public:
 private:
     // Logs an error and answers false when the sentence has another count of fields.
     bool hasFieldCount(std::span<const QByteArrayView> fields, qsizetype expected, QLatin1StringView sentence);
+    void noteUnreadLines();
     std::optional<HBDecimal> decimalNumberFromAngleField(QByteArrayView field, qsizetype degreeDigits,
                                                           bool negative, const QString &error);
 
     QStringList m_errorLog;
+    quint64 m_linesWithErrors = 0;
+    quint64 m_lastErrorLine = 0;
     QList<HBTrackPoint *> m_trackPoints;
     // the point of the latest accepted "$GPRMC", which a "$GPGGA" completes
     HBTrackPoint *m_currentTrackPoint = nullptr;

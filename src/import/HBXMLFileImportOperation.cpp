@@ -106,7 +106,8 @@ void HBXMLFileImportOperation::main()
 
 ExpatXMLParserDelegate::Callbacks HBXMLFileImportOperation::implementedCallbacks() const
 {
-    return Callback::StartElement | Callback::EndElement | Callback::FoundUTF8Characters | Callback::EndDocument;
+    return Callback::StartElement | Callback::EndElement | Callback::FoundUTF8Characters | Callback::ParseErrorOccurred
+        | Callback::EndDocument;
 }
 
 void HBXMLFileImportOperation::parserDidStartElement(ExpatXMLParser &parser, const QString &, const QString &,
@@ -151,6 +152,17 @@ QStringView HBXMLFileImportOperation::currentStringValue()
     return m_currentStringValue;
 }
 
+// A cancelled parse stops with an abort, which is no fault of the file.
+// The column is counted from 1, as editors count it (Expat counts from 0).
+void HBXMLFileImportOperation::parserParseErrorOccurred(ExpatXMLParser &parser, const HBError &error)
+{
+    if (!isCancelled())
+        m_parseError = QStringLiteral("not valid XML at line %1, column %2: %3")
+                           .arg(parser.lineNumber())
+                           .arg(parser.columnNumber() + 1)
+                           .arg(error.localizedDescription());
+}
+
 void HBXMLFileImportOperation::parserDidEndDocument(ExpatXMLParser &)
 {
     if (isCancelled()) {
@@ -163,11 +175,25 @@ void HBXMLFileImportOperation::parserDidEndDocument(ExpatXMLParser &)
     removeDuplicates2();
     linkToImportSource();
     dropUnlinkedRecords();
+    noteParseError();
     save();
+}
+
+void HBXMLFileImportOperation::noteParseError()
+{
+    if (m_parseError.isNull())
+        return;
+    const HBImportReport kept = report();
+    noteProblem(kept.tracks + kept.waypoints > 0 ? m_parseError + QStringLiteral("; the complete elements before it were kept")
+                                                 : m_parseError);
 }
 
 void HBXMLFileImportOperation::linkToImportSource()
 {
+    qint64 points = 0;
+    for (const HBTrack *track : std::as_const(m_tracks))
+        points += track->numberOfTrackPoints();
+    noteKept(m_tracks.size(), points, m_waypoints.size());
     m_importSource->setObjectsForKey(asObjects(m_tracks), QStringLiteral("tracks"));
     m_importSource->setObjectsForKey(asObjects(m_waypoints), QStringLiteral("waypoints"));
     m_tracks.clear();
@@ -208,9 +234,13 @@ void HBXMLFileImportOperation::dropUnlinkedRecords()
 void HBXMLFileImportOperation::save()
 {
     HBError error;
-    if (!managedObjectContext()->save(&error))
-        qCWarning(hbImport).noquote() << QStringLiteral("Error occurred in parserDidEndDocument saving confined context: %1 : %2")
-                                             .arg(error.localizedDescription(), error.detailedErrorsDescription());
+    if (managedObjectContext()->save(&error)) {
+        noteSaved();
+        return;
+    }
+    noteSaveFailure(error);
+    qCWarning(hbImport).noquote() << QStringLiteral("Error occurred in parserDidEndDocument saving confined context: %1 : %2")
+                                         .arg(error.localizedDescription(), error.detailedErrorsDescription());
 }
 
 // --- duplicate waypoints --------------------------------------------------------------

@@ -44,8 +44,9 @@ class HBWaypoint;
 //      segment without a track, a point without a segment, a track or
 //      waypoint without the import source) is dropped, and the context is
 //      saved once.
-// A malformed or truncated file is not reported: what was complete up to
-// the fault is saved. An unreadable file saves an import source alone.
+// A malformed or truncated file is not logged: what was complete up to the
+// fault is saved, and the fault goes into the report. An unreadable file
+// saves an import source alone.
 //
 // State of the working fields:
 //   | level    | opened by        | closed by          | result list        |
@@ -117,12 +118,14 @@ public:
     static QDateTime dateFromTimeText(QStringView text);
 
     // The reader's callbacks: progress and cancellation at start tags, text
-    // gathering, and the end of the document. End tags do nothing here.
+    // gathering, the fault that stops the reader, and the end of the
+    // document. End tags do nothing here.
     Callbacks implementedCallbacks() const override;
     void parserDidStartElement(ExpatXMLParser &parser, const QString &elementName,
                                const QString &namespaceURI, const QString &qualifiedName,
                                const Attributes &attributes) override;
     void parserFoundUTF8Characters(ExpatXMLParser &parser, QByteArrayView utf8) override;
+    void parserParseErrorOccurred(ExpatXMLParser &parser, const HBError &error) override;
     void parserDidEndDocument(ExpatXMLParser &parser) override;
 
 protected:
@@ -171,11 +174,14 @@ private:
                                              const QStringList &sortKeys) const;
     void linkToImportSource();
     void dropUnlinkedRecords();
+    void noteParseError();
     void save();
     void checkWorkingState() const;
 
     std::unique_ptr<ExpatXMLParser> m_xmlParser;
     HBImportSource *m_importSource = nullptr;
+    // where and why the reader stopped before the end; null when it did not
+    QString m_parseError;
     // The text is gathered as UTF-8 and decoded only when an element's text
     // is read: most of it is white space between elements. Both buffers
     // serve every element, so their capacity is reused rather than a string

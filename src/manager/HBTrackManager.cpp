@@ -1071,6 +1071,7 @@ void HBTrackManager::handleDownloadDidFinish(HBGPSBabelImportOperation *download
 
 void HBTrackManager::handleFileImportDidFinish(HBFileImportOperation *operation)
 {
+    emit didFinishFileImport(operation->report());
     changeProgress(m_progress.lastFinished, m_progress.lastFinished + operation->numberOfCharacters(),
                    &HBTrackManager::trackImportLastFinishedProgressValueChanged);
     HBMainThread::post([this] { emit didFinishBatchImport(); });

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "import/HBImportReport.h"
 #include "manager/HBFetchedRecords.h"
 #include "platform/HBError.h"
 #include "platform/store/HBManagedObjectID.h"
@@ -216,6 +217,9 @@ signals:
     void didDeleteObjects();
     void didAddNewImportSource();
     void didFinishBatchImport();
+    // On the main thread when a file's import operation has finished,
+    // cancelled ones included, before the batch's bookkeeping goes on.
+    void didFinishFileImport(const HBImportReport &report);
     void recentImportsPredicateChanged();
     void trackImportIsInProgressChanged();
     void trackImportIsIndeterminateProgressChanged();
