@@ -3,17 +3,22 @@
 #include "HBGPSProgressBar.h"
 
 #include "manager/HBTrackManager.h"
+#include "platform/HBFileName.h"
 #include "platform/HBOperationQueue.h"
 
-#include <QDirIterator>
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QLocale>
 #include <QTimer>
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <memory>
 #include <optional>
+
+#include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -29,29 +34,9 @@ void noteInterrupt(int)
 // script sends all stop an import the same way.
 constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
-// The files to consider: given files as they are, folders searched for
-// files of a valid type, in a stable order.
-QStringList filesBelow(const QStringList &paths)
+bool isDotOrDotDot(const char *name)
 {
-    const HBPredicate valid = HBTrackManager::validFileTypePredicate();
-    QStringList files;
-    for (const QString &path : paths) {
-        if (!QFileInfo(path).isDir()) {
-            files.append(QFileInfo(path).absoluteFilePath());
-            continue;
-        }
-        QStringList found;
-        QDirIterator below(path, QDir::Files | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
-        while (below.hasNext()) {
-            const QString file = QFileInfo(below.next()).absoluteFilePath();
-            if (valid.evaluateWithValue(file))
-                found.append(file);
-        }
-        found.sort();
-        files += found;
-    }
-    files.removeDuplicates();
-    return files;
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
 // "1 track", "10,412 points": the same digits whatever the locale, for
@@ -85,10 +70,7 @@ int HBGPSImport::run(const QStringList &paths)
 {
     HBTrackManager *manager = HBTrackManager::sharedTrackManager();
     const QStringList files = filesBelow(paths);
-    const HBPredicate valid = HBTrackManager::validFileTypePredicate();
-    QStringList importable;
-    for (const QString &file : files)
-        (valid.evaluateWithValue(file) ? importable : m_unknown).append(file);
+    const QStringList importable = readableFilesOfValidType(files);
     const bool cancelled = !importable.isEmpty() && importBatch(manager, importable);
     // The manager passes over what was imported before and has not changed
     // since, without a word.
@@ -101,7 +83,7 @@ int HBGPSImport::run(const QStringList &paths)
 
     qsizetype imported = 0, failed = 0;
     for (const QString &file : files)
-        m_out << file << ": " << statusOf(file) << '\n';
+        printLine(file, statusOf(file));
     for (const HBImportReport &report : std::as_const(m_reports)) {
         if (report.saved)
             ++imported;
@@ -109,12 +91,89 @@ int HBGPSImport::run(const QStringList &paths)
             ++failed;
     }
     m_out << QStringLiteral("%1 imported, %2 unchanged, %3 of unknown type").arg(imported).arg(m_unchanged.size()).arg(m_unknown.size());
+    if (!m_unreadable.isEmpty())
+        m_out << QStringLiteral(", %1 unreadable").arg(m_unreadable.size());
     if (failed > 0)
         m_out << QStringLiteral(", %1 not imported").arg(failed);
     m_out << '\n';
     if (cancelled)
         m_err << "hbgps: import cancelled\n";
-    return failed > 0 || cancelled ? 1 : 0;
+    return !m_unreadable.isEmpty() || failed > 0 || cancelled ? 1 : 0;
+}
+
+// Given files as they are; folders searched for files of a valid type (and
+// for folders that cannot be read), in name order. Qt would leave out names
+// that are not UTF-8, so the folders are read as bytes.
+QStringList HBGPSImport::filesBelow(const QStringList &paths)
+{
+    QStringList files;
+    for (const QString &path : paths) {
+        const QString absolute = QFileInfo(path).absoluteFilePath();
+        if (!HBFileName::status(absolute).isDirectory) {
+            files.append(absolute);
+            continue;
+        }
+        QStringList found;
+        addFolder(absolute, &found);
+        found.sort();
+        files += found;
+    }
+    files.removeDuplicates();
+    return files;
+}
+
+// Links to folders are not followed, so that a link to a folder above
+// cannot lead round in circles.
+void HBGPSImport::addFolder(const QString &folder, QStringList *found)
+{
+    const std::unique_ptr<DIR, int (*)(DIR *)> listing(::opendir(HBFileName::encode(folder).constData()), ::closedir);
+    if (!listing) {
+        m_unreadable.insert(folder, qt_error_string(errno));
+        found->append(folder);
+        return;
+    }
+    const HBPredicate valid = HBTrackManager::validFileTypePredicate();
+    while (const dirent *entry = ::readdir(listing.get())) {
+        if (isDotOrDotDot(entry->d_name))
+            continue;
+        const QString path = folder + u'/' + HBFileName::decode(entry->d_name);
+        struct stat link;
+        const bool isFolder = ::lstat(HBFileName::encode(path).constData(), &link) == 0 && S_ISDIR(link.st_mode);
+        if (isFolder)
+            addFolder(path, found);
+        else if (valid.evaluateWithValue(path) && !HBFileName::status(path).isDirectory)
+            found->append(path);
+    }
+}
+
+// A file that cannot be read is not handed over: the import would record
+// it as imported, empty, and skip it as unchanged once it can be read.
+QStringList HBGPSImport::readableFilesOfValidType(const QStringList &files)
+{
+    const HBPredicate valid = HBTrackManager::validFileTypePredicate();
+    QStringList readable;
+    for (const QString &file : files) {
+        if (m_unreadable.contains(file))
+            continue;
+        if (!valid.evaluateWithValue(file)) {
+            m_unknown.append(file);
+            continue;
+        }
+        QFile probe;
+        QString error;
+        if (HBFileName::openForReading(probe, file, &error))
+            readable.append(file);
+        else
+            m_unreadable.insert(file, error);
+    }
+    return readable;
+}
+
+// The path as its bytes, so that a name that is not UTF-8 can be used again.
+void HBGPSImport::printLine(const QString &path, const QString &status)
+{
+    m_out.flush();
+    m_out.device()->write(HBFileName::encode(path) + ": " + status.toUtf8() + '\n');
 }
 
 bool HBGPSImport::importBatch(HBTrackManager *manager, const QStringList &files)
@@ -159,6 +218,8 @@ QString HBGPSImport::statusOf(const QString &file) const
 {
     if (m_unknown.contains(file))
         return QStringLiteral("skipped (unknown type)");
+    if (m_unreadable.contains(file))
+        return QStringLiteral("skipped (unreadable: %1)").arg(m_unreadable.value(file));
     if (m_reports.contains(file))
         return describe(m_reports.value(file));
     return m_unchanged.contains(file) ? QStringLiteral("skipped (unchanged)") : QStringLiteral("cancelled");

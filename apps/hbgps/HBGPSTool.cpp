@@ -8,6 +8,7 @@
 #include "model/HBTrack.h"
 #include "model/HBTrackDataModel.h"
 #include "model/HBWaypoint.h"
+#include "platform/HBFileName.h"
 #include "platform/HBMainThread.h"
 #include "platform/store/HBEntityDescription.h"
 #include "platform/store/HBManagedObjectContext.h"
@@ -23,6 +24,9 @@
 #include <QJsonObject>
 #include <QLoggingCategory>
 #include <QThreadPool>
+
+#include <cerrno>
+#include <sys/stat.h>
 
 
 namespace {
@@ -173,6 +177,14 @@ void waitForBackgroundWork()
         [](std::chrono::milliseconds slice) { return QThreadPool::globalInstance()->waitForDone(int(slice.count())); });
 }
 
+// Missing, as opposed to there but out of reach, which the import reports
+// with the file's line.
+bool isMissing(const QString &path)
+{
+    struct stat info;
+    return ::lstat(HBFileName::encode(path).constData(), &info) != 0 && errno == ENOENT;
+}
+
 } // namespace
 
 HBGPSTool::HBGPSTool()
@@ -225,7 +237,7 @@ int HBGPSTool::importFiles(const QStringList &arguments)
     if (parser.positionalArguments().isEmpty())
         return usageError(QStringLiteral("import needs at least one PATH"));
     for (const QString &path : parser.positionalArguments()) {
-        if (!QFileInfo::exists(path)) {
+        if (isMissing(path)) {
             m_err << "hbgps: no such file or folder: " << path << '\n';
             return Failure;
         }

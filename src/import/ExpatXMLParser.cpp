@@ -4,6 +4,7 @@
 #include "import/ExpatEventRecorder.h"
 #include "import/ExpatLineCounter.h"
 #include "import/ExpatXMLParserDelegate.h"
+#include "platform/HBFileName.h"
 #include "platform/HBLogging.h"
 
 #include <QFile>
@@ -255,12 +256,13 @@ ExpatXMLParser::ExpatXMLParser(const QByteArray &data)
 
 std::unique_ptr<ExpatXMLParser> ExpatXMLParser::fromContentsOfFile(const QString &filePath)
 {
-    QFile file(filePath);
+    QFile file;
     QByteArray data;
-    if (file.open(QIODevice::ReadOnly))
+    QString error;
+    if (HBFileName::openForReading(file, filePath, &error))
         data = file.readAll();
     else
-        qCWarning(hbImport) << "Cannot read" << filePath << ":" << file.errorString();
+        qCWarning(hbImport) << "Cannot read" << filePath << ":" << error;
     return std::make_unique<ExpatXMLParser>(data);
 }
 

@@ -2,6 +2,7 @@
 
 #include "model/HBImportSource.h"
 #include "platform/HBError.h"
+#include "platform/HBFileName.h"
 #include "platform/store/HBManagedObjectContext.h"
 
 #include <QFile>
@@ -52,8 +53,8 @@ void HBFileImportOperation::setFilePath(const QString &path)
 
 quint64 HBFileImportOperation::numberOfCharactersInFile(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    QFile file;
+    if (!HBFileName::openForReading(file, path))
         return 0;
     Utf8Decoder decoder;
     std::vector<char> bytes(kCharacterCountChunkBytes);
@@ -79,15 +80,14 @@ HBImportSource *HBFileImportOperation::insertImportSource(HBManagedObjectContext
     auto *source = context->insertNewObject<HBImportSource>(QStringLiteral("HBImportSource"));
     source->setSourceType(HBImportSource::kHBImportSourceTypeFile);
     source->setFilePath(m_filePath);
-    const QFileInfo file(m_filePath);
-    source->setName(file.fileName());
+    source->setName(QFileInfo(m_filePath).fileName());
     source->setImportDate(m_importDate);
     // a missing file reports size 0 and no date, and gets neither
-    if (file.size() > 0)
-        source->setFileSize(quint64(file.size()));
-    const QDateTime modified = file.lastModified();
-    if (modified.isValid())
-        source->setFileModificationDate(modified);
+    const HBFileName::Status file = HBFileName::status(m_filePath);
+    if (file.size > 0)
+        source->setFileSize(quint64(file.size));
+    if (file.modified.isValid())
+        source->setFileModificationDate(file.modified);
     return source;
 }
 

@@ -6,6 +6,7 @@
 #include "model/HBTrackPoint.h"
 #include "model/HBTrackSegment.h"
 #include "platform/HBError.h"
+#include "platform/HBFileName.h"
 #include "platform/HBLogging.h"
 #include "platform/store/HBManagedObjectContext.h"
 #include "platform/store/HBPersistentStoreCoordinator.h"
@@ -175,13 +176,17 @@ void HBNMEAImportOperation::main()
 void HBNMEAImportOperation::parseFile()
 {
     // Read once and scanned in place: a logger's file holds millions of lines.
-    QFile file(filePath());
+    QFile file;
     QByteArray text;
-    if (file.open(QIODevice::ReadOnly))
+    QString error;
+    if (HBFileName::openForReading(file, filePath(), &error)) {
         text = file.readAll();
-    if (file.error() != QFileDevice::NoError) {
-        qCWarning(hbImport).noquote() << QStringLiteral("NMEA import error: %1").arg(file.errorString());
-        noteProblem(QStringLiteral("cannot read the file: %1").arg(file.errorString()));
+        if (file.error() != QFileDevice::NoError)
+            error = file.errorString();
+    }
+    if (!error.isNull()) {
+        qCWarning(hbImport).noquote() << QStringLiteral("NMEA import error: %1").arg(error);
+        noteProblem(QStringLiteral("cannot read the file: %1").arg(error));
         text.clear();
     }
 

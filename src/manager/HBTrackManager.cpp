@@ -10,6 +10,7 @@
 #include "model/HBTrackSegment.h"
 #include "model/HBWaypoint.h"
 #include "model/HBTrackDataModel.h"
+#include "platform/HBFileName.h"
 #include "platform/HBLogging.h"
 #include "platform/HBMainThread.h"
 #include "platform/HBOperationQueue.h"
@@ -935,11 +936,10 @@ QStringList HBTrackManager::pathsToSkip(const QStringList &paths) const
         request.setPredicate(HBPredicate::format(QStringLiteral(" filePath IN %@"), {paths}));
         for (const HBManagedObject *source : context->executeFetchRequest(request)) {
             const QString path = source->valueForKey(QStringLiteral("filePath")).toString();
-            const QFileInfo file(path);
-            const QDateTime modified = file.lastModified().toUTC();
-            if (file.exists() && file.size() != 0 && modified.isValid()
-                && file.size() == source->valueForKey(QStringLiteral("fileSize")).toLongLong()
-                && modified == source->valueForKey(QStringLiteral("fileModificationDate")).toDateTime())
+            const HBFileName::Status file = HBFileName::status(path);
+            if (file.exists && file.size != 0 && file.modified.isValid()
+                && file.size == source->valueForKey(QStringLiteral("fileSize")).toLongLong()
+                && file.modified == source->valueForKey(QStringLiteral("fileModificationDate")).toDateTime())
                 skip.append(path);
         }
     });

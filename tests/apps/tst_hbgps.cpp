@@ -5,8 +5,16 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <optional>
 
 // The hbgps tool as a person runs it, over a home of its own.
 class tst_hbgps : public QObject
@@ -19,20 +27,33 @@ class tst_hbgps : public QObject
     {
         int exitCode = -1;
         QString out, err;
+        QByteArray outBytes;
     };
 
-    Run hbgps(const QStringList &arguments) const
+    // The user a run drops to, given by uid and gid.
+    using User = std::pair<uid_t, gid_t>;
+
+    static Run hbgpsIn(const QString &home, const QStringList &arguments, std::optional<User> user = std::nullopt)
     {
         QProcess p;
-        p.setProcessEnvironment(temporaryHomeEnvironment(m_home.path()));
+        p.setProcessEnvironment(temporaryHomeEnvironment(home));
+        if (user) {
+            p.setChildProcessModifier([user] {
+                if (setgroups(0, nullptr) != 0 || setgid(user->second) != 0 || setuid(user->first) != 0)
+                    _exit(99);
+            });
+        }
         p.start(QStringLiteral(HB_HBGPS_PATH), arguments);
         Run run;
         if (p.waitForFinished(120000) && p.exitStatus() == QProcess::NormalExit)
             run.exitCode = p.exitCode();
-        run.out = QString::fromUtf8(p.readAllStandardOutput());
+        run.outBytes = p.readAllStandardOutput();
+        run.out = QString::fromUtf8(run.outBytes);
         run.err = QString::fromUtf8(p.readAllStandardError());
         return run;
     }
+
+    Run hbgps(const QStringList &arguments) const { return hbgpsIn(m_home.path(), arguments); }
 
     QString write(const QString &name, const QByteArray &content) const
     {
@@ -197,6 +218,81 @@ private slots:
         changed.close();
         const Run verbose = hbgps({QStringLiteral("import"), QStringLiteral("--verbose"), path});
         QCOMPARE(verbose.err.count(QStringLiteral("hb.import: ")), verboseLogLines);
+    }
+
+    // An unreadable file or folder is named and not recorded, so that it is
+    // imported once it can be read (rather than skipped as unchanged).
+    void unreadableFilesAreReportedAndImportedOnceReadable()
+    {
+        std::optional<User> user;
+        // root reads everything: the runs drop to an unprivileged user
+        if (geteuid() == 0) {
+            const passwd *nobody = getpwnam("nobody");
+            if (!nobody)
+                QSKIP("running as root without a user \"nobody\" to drop to");
+            user = User{nobody->pw_uid, nobody->pw_gid};
+        }
+        QTemporaryDir home;
+        QVERIFY(QFile::setPermissions(home.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner
+                                                       | QFileDevice::ReadOther | QFileDevice::WriteOther
+                                                       | QFileDevice::ExeOther));
+        const auto file = [&](const QString &name, const QByteArray &content) {
+            const QString path = home.filePath(name);
+            QDir().mkpath(QFileInfo(path).path());
+            QFile f(path);
+            return f.open(QIODevice::WriteOnly) && f.write(content) == content.size() ? path : QString();
+        };
+        const QString fine = file(QStringLiteral("open/fine.gpx"), "<gpx><wpt lat=\"1\" lon=\"1\"/></gpx>");
+        const QString hidden = file(QStringLiteral("open/hidden.gpx"), "<gpx><wpt lat=\"2\" lon=\"2\"/></gpx>");
+        const QString inside = file(QStringLiteral("locked/inside.gpx"), "<gpx><wpt lat=\"3\" lon=\"3\"/></gpx>");
+        const QString secret = file(QStringLiteral("secret.nmea"),
+                                    "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W,A*6A\n");
+        const QString locked = QFileInfo(inside).path();
+        QVERIFY(QFile::setPermissions(hidden, {}) && QFile::setPermissions(locked, {}) && QFile::setPermissions(secret, {}));
+        const QStringList arguments{QStringLiteral("import"), home.filePath(QStringLiteral("open")), locked, secret};
+
+        const Run first = hbgpsIn(home.path(), arguments, user);
+        QCOMPARE(first.out.split(u'\n', Qt::SkipEmptyParts),
+                 QStringList({fine + QStringLiteral(": imported: 0 tracks, 0 points, 1 waypoint"),
+                              hidden + QStringLiteral(": skipped (unreadable: Permission denied)"),
+                              locked + QStringLiteral(": skipped (unreadable: Permission denied)"),
+                              secret + QStringLiteral(": skipped (unreadable: Permission denied)"),
+                              QStringLiteral("1 imported, 0 unchanged, 0 of unknown type, 3 unreadable")}));
+        QCOMPARE(first.exitCode, 1);
+
+        const QFileDevice::Permissions readable = QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther;
+        QVERIFY(QFile::setPermissions(hidden, readable) && QFile::setPermissions(secret, readable)
+                && QFile::setPermissions(locked, readable | QFileDevice::ExeOwner | QFileDevice::ExeOther));
+        const Run again = hbgpsIn(home.path(), arguments, user);
+        QCOMPARE(again.out.split(u'\n', Qt::SkipEmptyParts),
+                 QStringList({fine + QStringLiteral(": skipped (unchanged)"),
+                              hidden + QStringLiteral(": imported: 0 tracks, 0 points, 1 waypoint"),
+                              inside + QStringLiteral(": imported: 0 tracks, 0 points, 1 waypoint"),
+                              secret + QStringLiteral(": imported: 1 track, 1 point, 0 waypoints"),
+                              QStringLiteral("3 imported, 1 unchanged, 0 of unknown type")}));
+        QCOMPARE(again.exitCode, 0);
+    }
+
+    // Qt leaves a name that is not UTF-8 out of a folder's listing and
+    // cannot open it; such a file is imported all the same, printed as its
+    // bytes, and found unchanged the next time.
+    void namesThatAreNotUtf8AreImported()
+    {
+        const QString folder = m_home.filePath(QStringLiteral("files/latin1"));
+        QVERIFY(QDir().mkpath(folder));
+        const QByteArray name = QFile::encodeName(folder) + "/caf\xe9.gpx";
+        const QByteArray content = "<gpx><wpt lat=\"48.5\" lon=\"2.5\"><name>Caf\xc3\xa9</name></wpt></gpx>";
+        const int descriptor = ::open(name.constData(), O_CREAT | O_WRONLY | O_TRUNC, 0644);
+        QVERIFY(descriptor >= 0);
+        // the temporary folder's own removal would not see the file either
+        const auto removal = qScopeGuard([&] { ::unlink(name.constData()); });
+        QCOMPARE(::write(descriptor, content.constData(), size_t(content.size())), ssize_t(content.size()));
+        ::close(descriptor);
+
+        const Run first = hbgps({QStringLiteral("import"), folder});
+        QCOMPARE(first.outBytes, name + ": imported: 0 tracks, 0 points, 1 waypoint\n1 imported, 0 unchanged, 0 of unknown type\n");
+        const Run again = hbgps({QStringLiteral("import"), folder});
+        QCOMPARE(again.outBytes, name + ": skipped (unchanged)\n0 imported, 1 unchanged, 0 of unknown type\n");
     }
 };
 
