@@ -27,6 +27,7 @@
 
 #include <cerrno>
 #include <sys/stat.h>
+#include <unistd.h>
 
 
 namespace {
@@ -177,6 +178,16 @@ void waitForBackgroundWork()
         [](std::chrono::milliseconds slice) { return QThreadPool::globalInstance()->waitForDone(int(slice.count())); });
 }
 
+// "-", or a path that leads to standard output (/dev/stdout, say, when it
+// goes to a file, which a rename over the path would not reach).
+bool isStandardOutput(const QString &path)
+{
+    struct stat target, output;
+    return path == QLatin1String("-")
+        || (::stat(HBFileName::encode(path).constData(), &target) == 0 && ::fstat(STDOUT_FILENO, &output) == 0
+            && target.st_dev == output.st_dev && target.st_ino == output.st_ino);
+}
+
 // Missing, as opposed to there but out of reach, which the import reports
 // with the file's line.
 bool isMissing(const QString &path)
@@ -289,8 +300,11 @@ int HBGPSTool::list(const QStringList &arguments)
 int HBGPSTool::exportFile(const QStringList &arguments)
 {
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Writes the selected tracks and waypoints (all by default) to a GPX 1.1 file."));
-    parser.addOption({{QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The GPX file to write."), QStringLiteral("FILE")});
+    parser.setApplicationDescription(QStringLiteral(
+        "Writes the selected tracks and waypoints (all by default) to a GPX 1.1 file. A regular file is replaced "
+        "only by a complete one; a device, a FIFO or standard output is written into."));
+    parser.addOption({{QStringLiteral("o"), QStringLiteral("output")},
+                      QStringLiteral("The GPX file to write; - for standard output."), QStringLiteral("FILE")});
     HBGPSSelection::addOptions(parser, true);
     int exitCode = Success;
     if (!parseCommand(parser, arguments, m_out, m_err, &exitCode))
@@ -308,20 +322,26 @@ int HBGPSTool::exportFile(const QStringList &arguments)
     // a child context would load every point twice, once in its parent.
     std::unique_ptr<HBManagedObjectContext> context = manager->newManagedObjectContext();
     const QString path = parser.value(QStringLiteral("output"));
+    const bool toStandardOutput = isStandardOutput(path);
     bool written = false;
     HBGPXExporter exporter;
     context->performBlockAndWait([&] {
         const Selected selected = fetchSelected(context.get(), predicates, Extras::Load);
         exporter.tracks() = selected.tracks;
         exporter.waypoints() = selected.waypoints;
-        written = exporter.exportToPath(path);
+        QFile output;
+        written = toStandardOutput ? output.open(STDOUT_FILENO, QIODevice::WriteOnly | QIODevice::Unbuffered)
+                                         && exporter.exportToDevice(output)
+                                   : exporter.exportToPath(path);
     });
     if (!written) {
         m_err << "hbgps: cannot write " << path << ": " << exporter.errorString() << '\n';
         return Failure;
     }
-    m_out << QStringLiteral("Wrote %1 Tracks and %2 Waypoints to %3").arg(exporter.tracks().size()).arg(exporter.waypoints().size()).arg(path)
-          << '\n';
+    // the document alone goes to standard output
+    (toStandardOutput ? m_err : m_out)
+        << QStringLiteral("Wrote %1 Tracks and %2 Waypoints to %3").arg(exporter.tracks().size()).arg(exporter.waypoints().size()).arg(path)
+        << '\n';
     return Success;
 }
 

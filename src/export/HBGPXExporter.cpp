@@ -8,10 +8,13 @@
 #include "model/HBWaypoint.h"
 #include "platform/HBLogging.h"
 
+#include <QFile>
 #include <QSaveFile>
 
 #include <cstring>
 #include <vector>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -371,13 +374,33 @@ QByteArray HBGPXExporter::serialise() const
     return joined(head, std::move(body));
 }
 
+// A device, a FIFO or a terminal cannot be replaced: the rename would put
+// a regular file in its place (run as root, /dev/null would be one).
 bool HBGPXExporter::exportToPath(const QString &path)
 {
+    struct stat target;
+    if (::stat(QFile::encodeName(path).constData(), &target) == 0 && !S_ISREG(target.st_mode)) {
+        QFile file(path);
+        if (file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+            return exportToDevice(file);
+        return noteWritten(false, file.errorString(), QStringLiteral("file ") + path);
+    }
     m_xmlDocument = serialise();
     QSaveFile file(path);
     const bool written = file.open(QIODevice::WriteOnly) && file.write(m_xmlDocument) == m_xmlDocument.size() && file.commit();
-    m_errorString = written ? QString() : file.errorString();
+    return noteWritten(written, file.errorString(), QStringLiteral("file ") + path);
+}
+
+bool HBGPXExporter::exportToDevice(QIODevice &device)
+{
+    m_xmlDocument = serialise();
+    return noteWritten(device.write(m_xmlDocument) == m_xmlDocument.size(), device.errorString(), QStringLiteral("document"));
+}
+
+bool HBGPXExporter::noteWritten(bool written, const QString &error, const QString &target)
+{
+    m_errorString = written ? QString() : error;
     if (!written)
-        qCWarning(hbExport).noquote() << "The GPX file" << path << "could not be written:" << m_errorString;
+        qCWarning(hbExport).noquote() << "The GPX" << target << "could not be written:" << m_errorString;
     return written;
 }

@@ -10,6 +10,7 @@
 #include <QTest>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <grp.h>
 #include <pwd.h>
 #include <unistd.h>
@@ -293,6 +294,67 @@ private slots:
         QCOMPARE(first.outBytes, name + ": imported: 0 tracks, 0 points, 1 waypoint\n1 imported, 0 unchanged, 0 of unknown type\n");
         const Run again = hbgps({QStringLiteral("import"), folder});
         QCOMPARE(again.outBytes, name + ": skipped (unchanged)\n0 imported, 1 unchanged, 0 of unknown type\n");
+    }
+
+    // What cannot be replaced is written into: a rename over a FIFO (or a
+    // device) would leave a regular file in its place, and one over
+    // /dev/stdout would miss the file standard output goes to.
+    void exportWritesIntoWhatIsNotARegularFile_data()
+    {
+        QTest::addColumn<QString>("target");   // "fifo": a FIFO of the test's
+        QTest::addColumn<bool>("stdoutToFile");
+        QTest::newRow("a FIFO") << "fifo" << false;
+        QTest::newRow("- for standard output") << "-" << false;
+        QTest::newRow("/dev/stdout, a pipe") << "/dev/stdout" << false;
+        QTest::newRow("/dev/stdout, a file") << "/dev/stdout" << true;
+    }
+
+    void exportWritesIntoWhatIsNotARegularFile()
+    {
+        QFETCH(QString, target);
+        QFETCH(bool, stdoutToFile);
+        QTemporaryDir dir;
+        const QString fifo = dir.filePath(QStringLiteral("fifo"));
+        const QString captured = dir.filePath(QStringLiteral("stdout"));
+        QVERIFY(::mkfifo(QFile::encodeName(fifo).constData(), 0600) == 0);
+        // held open for reading and writing, so that neither side waits for the other
+        const int fifoEnd = ::open(QFile::encodeName(fifo).constData(), O_RDWR | O_NONBLOCK);
+        QVERIFY(fifoEnd >= 0);
+        const auto closing = qScopeGuard([&] { ::close(fifoEnd); });
+        QFile(captured).open(QIODevice::WriteOnly);
+        struct stat before, after;
+        QVERIFY(::stat(QFile::encodeName(captured).constData(), &before) == 0);
+
+        QProcess p;
+        p.setProcessEnvironment(temporaryHomeEnvironment(m_home.path()));
+        if (stdoutToFile)
+            p.setStandardOutputFile(captured, QIODevice::Append);
+        p.start(QStringLiteral(HB_HBGPS_PATH), {QStringLiteral("export"), QStringLiteral("-o"), target == "fifo" ? fifo : target});
+        QByteArray document;
+        // the FIFO holds less than a document: it is drained while the export runs
+        const auto drain = [&] {
+            char piece[4096];
+            for (ssize_t n; (n = ::read(fifoEnd, piece, sizeof piece)) > 0;)
+                document.append(piece, n);
+        };
+        while (p.state() != QProcess::NotRunning) {
+            p.waitForFinished(10);
+            drain();
+        }
+        QCOMPARE(p.exitCode(), 0);
+        if (target == "fifo") {
+            QVERIFY(::stat(QFile::encodeName(fifo).constData(), &after) == 0 && S_ISFIFO(after.st_mode));
+        } else if (stdoutToFile) {
+            QFile file(captured);
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            document = file.readAll();
+            QVERIFY(::stat(QFile::encodeName(captured).constData(), &after) == 0 && after.st_ino == before.st_ino);
+        } else {
+            document = p.readAllStandardOutput();
+        }
+        QVERIFY2(document.startsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<gpx ") && document.endsWith("</gpx>\n"),
+                 document.constData());
+        QVERIFY(QString::fromUtf8(target == "fifo" ? p.readAllStandardOutput() : p.readAllStandardError()).startsWith(QStringLiteral("Wrote ")));
     }
 };
 
