@@ -3,6 +3,7 @@
 #include "import/HBFileImportOperation.h"
 #include "import/HBImportOperationFactory.h"
 #include "import/gpsbabel/HBGPSBabelImportOperation.h"
+#include "manager/HBImportLock.h"
 #include "manager/HBOpenFileLimit.h"
 #include "model/HBGeoPoint.h"
 #include "model/HBTrack.h"
@@ -974,6 +975,66 @@ void HBTrackManager::showFileBeingImported()
 
 void HBTrackManager::importFilesAtPaths(const QStringList &paths)
 {
+    if (!importLock().tryLock()) {
+        waitForImportTurn(paths);
+        return;
+    }
+    queueImportsOfPaths(paths);
+    endImportTurnWhenIdle();
+}
+
+HBImportLock &HBTrackManager::importLock()
+{
+    if (!m_importLock)
+        m_importLock = std::make_unique<HBImportLock>(supportFolder() + QStringLiteral("/ImportBatch.lock"));
+    return *m_importLock;
+}
+
+// Polled rather than waited for: the main thread stays free, and a wait
+// can be given up (cancelImport).
+void HBTrackManager::waitForImportTurn(const QStringList &paths)
+{
+    m_pathsAwaitingTurn += paths;
+    changeProgress(m_progress.indeterminate, true, &HBTrackManager::trackImportIsIndeterminateProgressChanged);
+    changeProgress(m_progress.inProgress, true, &HBTrackManager::trackImportIsInProgressChanged);
+    changeProgress(m_progress.info, tr("Waiting for another import to finish"), &HBTrackManager::trackImportProgressInfoChanged);
+    if (!m_importTurnTimer) {
+        m_importTurnTimer = new QTimer(this);
+        m_importTurnTimer->setInterval(100);
+        connect(m_importTurnTimer, &QTimer::timeout, this, &HBTrackManager::retryImportTurn);
+    }
+    m_importTurnTimer->start();
+}
+
+void HBTrackManager::retryImportTurn()
+{
+    if (!importLock().tryLock())
+        return;
+    queueImportsOfPaths(m_pathsAwaitingTurn);
+    stopWaitingForImportTurn();
+    endImportTurnWhenIdle();
+}
+
+// With nothing queued (all of it imported by the other process, or the
+// wait cancelled) the wait was the whole batch, and its progress ends.
+void HBTrackManager::stopWaitingForImportTurn()
+{
+    m_pathsAwaitingTurn.clear();
+    m_importTurnTimer->stop();
+    if (m_trackImportQueue->operationCount() > 0)
+        return;
+    changeProgress(m_progress.indeterminate, false, &HBTrackManager::trackImportIsIndeterminateProgressChanged);
+    changeProgress(m_progress.inProgress, false, &HBTrackManager::trackImportIsInProgressChanged);
+}
+
+void HBTrackManager::endImportTurnWhenIdle()
+{
+    if (m_trackImportQueue->operationCount() == 0)
+        importLock().unlock();
+}
+
+void HBTrackManager::queueImportsOfPaths(const QStringList &paths)
+{
     if (!m_observingOwnSaves) {
         announceSavesOf(managedObjectContext());
         m_observingOwnSaves = true;
@@ -1007,6 +1068,8 @@ void HBTrackManager::importFilesAtPaths(const QStringList &paths)
 void HBTrackManager::cancelImport()
 {
     m_trackImportQueue->cancelAllOperations();
+    if (!m_pathsAwaitingTurn.isEmpty())
+        stopWaitingForImportTurn();
 }
 
 void HBTrackManager::updateImportOperation()
@@ -1082,6 +1145,7 @@ void HBTrackManager::handleFileImportDidFinish(HBFileImportOperation *operation)
     changeProgress(m_progress.inProgress, false, &HBTrackManager::trackImportIsInProgressChanged);
     if (m_periodicUpdateTimer)
         m_periodicUpdateTimer->stop();
+    endImportTurnWhenIdle();
 }
 
 // --- file types ---------------------------------------------------------------------------

@@ -21,6 +21,7 @@
 class HBFileImportOperation;
 class HBGPSBabelImportOperation;
 class HBGeoPoint;
+class HBImportLock;
 class HBManagedObject;
 class HBManagedObjectContext;
 class HBTrack;
@@ -177,12 +178,18 @@ public:
     // Queues one import operation per file whose extension has an importer,
     // skipping files already queued and files imported before that have
     // not changed since; returns at once. A call while a batch runs joins it.
+    // Processes importing into the same store files take turns: while
+    // another one's batch runs, the paths wait (the progress in progress
+    // and indeterminate, "Waiting for another import to finish"), and are
+    // looked at only once it has ended, so that what it imported is
+    // skipped as unchanged. A batch holds its turn until it ends.
     void importFilesAtPaths(const QStringList &paths);
     // The paths importFilesAtPaths would skip now: those already queued,
     // and those imported before whose size and modification date have not
     // changed since.
     QStringList pathsToSkip(const QStringList &paths) const;
-    // Cancels every queued operation; each still finishes, as cancelled.
+    // Cancels every queued operation, and paths waiting for their turn;
+    // each operation still finishes, as cancelled.
     void cancelImport();
     // The progress tick, every 0.1 s while a batch runs.
     void updateImportOperation();
@@ -236,6 +243,12 @@ private:
     HBPersistentStoreCoordinator *coordinatorIfMade() const;
     static void announceSavesOf(HBManagedObjectContext *context);
     void setRecentImportsPredicate(const HBPredicate &predicate);
+    void queueImportsOfPaths(const QStringList &paths);
+    HBImportLock &importLock();
+    void waitForImportTurn(const QStringList &paths);
+    void retryImportTurn();
+    void stopWaitingForImportTurn();
+    void endImportTurnWhenIdle();
     void startBatch(qsizetype pathCount);
     void observeFinishOf(const std::shared_ptr<HBOperation> &operation);
     void handleDownloadDidFinish(HBGPSBabelImportOperation *download);
@@ -267,4 +280,7 @@ private:
     } m_progress;
     QTimer *m_periodicUpdateTimer = nullptr;
     bool m_observingOwnSaves = false;
+    std::unique_ptr<HBImportLock> m_importLock;
+    QStringList m_pathsAwaitingTurn;
+    QTimer *m_importTurnTimer = nullptr;   // retries the lock while paths wait
 };

@@ -165,6 +165,27 @@ private slots:
         verifyWholeOrNothingThenReimport(home.path());
     }
 
+    // Two imports of one file at once, as a user starts a second before the
+    // first is done: they take turns, and the second, once it is its turn,
+    // finds the file imported and skips it.
+    void twoImportsOfOneFileAtOnceImportItOnce()
+    {
+        QTemporaryDir home;
+        std::unique_ptr<QProcess> first(startImport(home.path(), m_gpx));
+        std::unique_ptr<QProcess> second(startImport(home.path(), m_gpx));
+        QVERIFY(first->waitForFinished(120000) && second->waitForFinished(120000));
+        QCOMPARE(first->exitCode(), 0);
+        QCOMPARE(second->exitCode(), 0);
+        QStringList lines{QString::fromUtf8(first->readAllStandardOutput()).section(u'\n', 0, 0),
+                          QString::fromUtf8(second->readAllStandardOutput()).section(u'\n', 0, 0)};
+        lines.sort();
+        QCOMPARE(lines, QStringList({m_gpx + QStringLiteral(": imported: 1 track, 100,000 points, 1 waypoint"),
+                                     m_gpx + QStringLiteral(": skipped (unchanged)")}));
+        const Library library = libraryIn(home.filePath(QStringLiteral("data")));
+        QCOMPARE(library.sources, qint64(1));
+        QCOMPARE(library.storedPoints, qint64(kPoints));
+    }
+
     // A file may grow only so far: a full disk, without needing one.
     void refusedWrites_data()
     {
