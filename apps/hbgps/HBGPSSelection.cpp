@@ -8,15 +8,14 @@
 #include <QEventLoop>
 #include <QRegularExpression>
 
-void HBGPSSelection::addOptions(QCommandLineParser &parser, bool withAll)
+void HBGPSSelection::addOptions(QCommandLineParser &parser)
 {
     parser.addOption({QStringLiteral("date"), QStringLiteral("Tracks starting and waypoints dated in that year, month or day (local time)."),
                       QStringLiteral("YYYY[-MM[-DD]]")});
     parser.addOption({QStringLiteral("source"), QStringLiteral("Tracks and waypoints imported from files of that name."),
                       QStringLiteral("NAME")});
     parser.addOption({QStringLiteral("recent"), QStringLiteral("Tracks and waypoints of the newest import.")});
-    if (withAll)
-        parser.addOption({QStringLiteral("all"), QStringLiteral("Every track and waypoint (the default).")});
+    parser.addOption({QStringLiteral("all"), QStringLiteral("Every track and waypoint (the default).")});
 }
 
 std::optional<HBGPSSelection> HBGPSSelection::fromParser(const QCommandLineParser &parser, QString *error)
@@ -47,7 +46,7 @@ std::optional<HBGPSSelection> HBGPSSelection::fromParser(const QCommandLineParse
         ++chosen;
         selection.m_kind = Kind::Recent;
     }
-    if (parser.optionNames().contains(QStringLiteral("all")) && parser.isSet(QStringLiteral("all")))
+    if (parser.isSet(QStringLiteral("all")))
         ++chosen;
     if (chosen > 1) {
         *error = QStringLiteral("choose one of --date, --source, --recent and --all");

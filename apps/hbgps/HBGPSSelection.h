@@ -20,7 +20,7 @@ class HBGPSSelection
 public:
     enum class Kind { All, Date, Source, Recent };
 
-    static void addOptions(QCommandLineParser &parser, bool withAll);
+    static void addOptions(QCommandLineParser &parser);
     // Null, with the reason, when the options contradict each other or a
     // value cannot be read.
     static std::optional<HBGPSSelection> fromParser(const QCommandLineParser &parser, QString *error);

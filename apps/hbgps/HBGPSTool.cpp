@@ -17,6 +17,7 @@
 #include "platform/store/HBPersistentStoreCoordinator.h"
 
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -26,9 +27,9 @@
 #include <QThreadPool>
 
 #include <cerrno>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
 
 namespace {
 
@@ -36,14 +37,17 @@ const QString kToolHelp = QStringLiteral(
     "Usage: hbgps COMMAND [OPTIONS]\n"
     "\n"
     "Commands:\n"
-    "  import PATH...   import GPX, TCX and NMEA files (folders are searched)\n"
-    "  list             list tracks and waypoints\n"
-    "  export -o FILE   write tracks and waypoints to a GPX file\n"
-    "  delete           delete an import source with its tracks and waypoints\n"
-    "  info             show where the data lives and what the stores hold\n"
+    "  import PATH...         import GPX, TCX and NMEA files (folders are searched)\n"
+    "  list                   list tracks and waypoints\n"
+    "  export -o FILE         write tracks and waypoints to a GPX file (- for\n"
+    "                         standard output)\n"
+    "  delete --source NAME   delete the import sources of that file name with\n"
+    "                         their tracks and waypoints\n"
+    "  info                   show where the data lives and what the stores hold\n"
     "\n"
     "hbgps COMMAND --help shows the options of a command. The data lives under\n"
-    "$XDG_DATA_HOME/Fernwick and $XDG_CACHE_HOME/Fernwick.\n");
+    "$XDG_DATA_HOME/Fernwick and $XDG_CACHE_HOME/Fernwick. Exit status: 0 done,\n"
+    "1 failed, 2 bad usage.\n");
 
 // One row of the listing.
 struct Row
@@ -112,6 +116,44 @@ QString localTime(const QDateTime &date)
     return date.isValid() ? date.toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) : QString();
 }
 
+// The columns a row may take: the terminal's width, or 80 off a terminal.
+int outputWidth()
+{
+    winsize size{};
+    return isatty(STDOUT_FILENO) && ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+// Cuts the name and source columns, the ones of any length, until a row
+// fits `width`: the narrower of the two keeps its width up to half of
+// what they share, the other takes the rest.
+void fitNameAndSource(QList<qsizetype> &widths, qsizetype width)
+{
+    constexpr qsizetype kName = 1, kSource = 5, kSeparator = 2;
+    qsizetype shared = width - kSeparator * (widths.size() - 1);
+    for (qsizetype i = 0; i < widths.size(); ++i) {
+        if (i != kName && i != kSource)
+            shared -= widths[i];
+    }
+    shared = std::max<qsizetype>(shared, 2);
+    if (widths[kName] + widths[kSource] <= shared)
+        return;
+    const qsizetype half = shared / 2;
+    if (widths[kName] <= half) {
+        widths[kSource] = shared - widths[kName];
+    } else if (widths[kSource] <= half) {
+        widths[kName] = shared - widths[kSource];
+    } else {
+        widths[kName] = half;
+        widths[kSource] = shared - half;
+    }
+}
+
+// The text in `width` characters at most, cut with an ellipsis.
+QString cut(const QString &text, qsizetype width)
+{
+    return text.size() <= width ? text : text.left(width - 1) + u'\u2026';
+}
+
 void printTable(QTextStream &out, const QList<Row> &rows)
 {
     const QStringList header{QStringLiteral("KIND"), QStringLiteral("NAME"), QStringLiteral("START"),
@@ -126,10 +168,13 @@ void printTable(QTextStream &out, const QList<Row> &rows)
         for (qsizetype i = 0; i < line.size(); ++i)
             widths[i] = std::max(widths[i], line[i].size());
     }
+    fitNameAndSource(widths, outputWidth());
     for (const QStringList &line : cells) {
         QStringList padded;
-        for (qsizetype i = 0; i < line.size(); ++i)
-            padded.append(i == 3 || i == 4 ? line[i].rightJustified(widths[i]) : line[i].leftJustified(widths[i]));
+        for (qsizetype i = 0; i < line.size(); ++i) {
+            const QString text = cut(line[i], widths[i]);
+            padded.append(i == 3 || i == 4 ? text.rightJustified(widths[i]) : text.leftJustified(widths[i]));
+        }
         out << padded.join(QStringLiteral("  ")).trimmed() << '\n';
     }
 }
@@ -163,7 +208,12 @@ bool parseCommand(QCommandLineParser &parser, const QStringList &arguments, QTex
         return false;
     }
     if (parser.isSet(help)) {
-        out << parser.helpText();
+        // Qt names the program by its path; the usage line names the command
+        QString text = parser.helpText();
+        const QString usage = QStringLiteral("Usage: ") + QCoreApplication::arguments().constFirst();
+        if (text.startsWith(usage))
+            text.replace(0, usage.size(), QStringLiteral("Usage: ") + arguments.constFirst());
+        out << text;
         *exitCode = HBGPSTool::Success;
         return false;
     }
@@ -213,7 +263,7 @@ int HBGPSTool::usageError(const QString &message)
 int HBGPSTool::run(const QStringList &arguments)
 {
     const QString command = arguments.value(1);
-    const QStringList rest = QStringList{arguments.value(0) + u' ' + command} + arguments.mid(2);
+    const QStringList rest = QStringList{QStringLiteral("hbgps ") + command} + arguments.mid(2);
     if (command == QLatin1String("--help") || command == QLatin1String("-h") || command == QLatin1String("help")) {
         m_out << kToolHelp;
         return Success;
@@ -238,7 +288,8 @@ int HBGPSTool::importFiles(const QStringList &arguments)
         "Imports GPX, TCX and NMEA files; folders are searched for them. Files imported before and unchanged since "
         "are skipped. One line per file tells what came in, or why nothing did, and what was wrong with a file "
         "that is not what it claims to be; then the totals. Ctrl-C (or SIGTERM, SIGHUP) cancels the files not yet "
-        "imported. Exit status 1 when a file could not be saved or the import was cancelled."));
+        "imported. Exit status 1 when a file or folder could not be read, a file could not be saved, or the import "
+        "was cancelled."));
     parser.addPositionalArgument(QStringLiteral("PATH"), QStringLiteral("Files or folders."), QStringLiteral("PATH..."));
     const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("Also log every problem of every file on standard error."));
     parser.addOption(verbose);
@@ -266,10 +317,12 @@ int HBGPSTool::list(const QStringList &arguments)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Lists tracks and waypoints: kind, name, start, points, distance in km, "
-                                                    "source file; then the totals. --json prints one JSON array with the "
-                                                    "keys kind, name, startDate, endDate (UTC), numberOfTrackPoints, "
-                                                    "distance (metres) and source."));
-    HBGPSSelection::addOptions(parser, false);
+                                                    "source file; then the totals. Names and sources too long for a row "
+                                                    "are cut (…) to the terminal's width, or 80 columns off a terminal. "
+                                                    "--json prints one JSON array with the keys kind, name, startDate, "
+                                                    "endDate (UTC), numberOfTrackPoints, distance (metres) and source, "
+                                                    "names whole."));
+    HBGPSSelection::addOptions(parser);
     parser.addOption({QStringLiteral("json"), QStringLiteral("Print JSON.")});
     int exitCode = Success;
     if (!parseCommand(parser, arguments, m_out, m_err, &exitCode))
@@ -305,7 +358,7 @@ int HBGPSTool::exportFile(const QStringList &arguments)
         "only by a complete one; a device, a FIFO or standard output is written into."));
     parser.addOption({{QStringLiteral("o"), QStringLiteral("output")},
                       QStringLiteral("The GPX file to write; - for standard output."), QStringLiteral("FILE")});
-    HBGPSSelection::addOptions(parser, true);
+    HBGPSSelection::addOptions(parser);
     int exitCode = Success;
     if (!parseCommand(parser, arguments, m_out, m_err, &exitCode))
         return exitCode;

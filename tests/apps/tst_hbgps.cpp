@@ -96,6 +96,7 @@ private slots:
         QTest::newRow("unknown command") << QStringList{QStringLiteral("sync")} << 2;
         QTest::newRow("unknown option") << QStringList{QStringLiteral("list"), QStringLiteral("--colour")} << 2;
         QTest::newRow("bad date") << QStringList{QStringLiteral("list"), QStringLiteral("--date"), QStringLiteral("2024-13")} << 2;
+        QTest::newRow("list of all") << QStringList{QStringLiteral("list"), QStringLiteral("--all")} << 0;
         QTest::newRow("two selections")
             << QStringList{QStringLiteral("list"), QStringLiteral("--recent"), QStringLiteral("--date"), QStringLiteral("2024")} << 2;
         QTest::newRow("export without file") << QStringList{QStringLiteral("export")} << 2;
@@ -355,6 +356,41 @@ private slots:
         QVERIFY2(document.startsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<gpx ") && document.endsWith("</gpx>\n"),
                  document.constData());
         QVERIFY(QString::fromUtf8(target == "fifo" ? p.readAllStandardOutput() : p.readAllStandardError()).startsWith(QStringLiteral("Wrote ")));
+    }
+
+    void usageLinesNameTheCommand_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<QString>("usage");
+        QTest::newRow("import") << "import" << "Usage: hbgps import [options] PATH...";
+        QTest::newRow("list") << "list" << "Usage: hbgps list [options]";
+        QTest::newRow("export") << "export" << "Usage: hbgps export [options]";
+        QTest::newRow("delete") << "delete" << "Usage: hbgps delete [options]";
+        QTest::newRow("info") << "info" << "Usage: hbgps info [options]";
+    }
+
+    void usageLinesNameTheCommand()
+    {
+        QFETCH(QString, command);
+        QFETCH(QString, usage);
+        QCOMPARE(hbgps({command, QStringLiteral("--help")}).out.section(u'\n', 0, 0), usage);
+    }
+
+    // Off a terminal a row fits 80 columns: the long name gives way, the
+    // other columns keep their width.
+    void longNamesAreCutToFitARow()
+    {
+        const QString name = QStringLiteral("A very long track name that goes on and on past any terminal's width");
+        write(QStringLiteral("cut/long.gpx"), "<gpx><trk><name>" + name.toUtf8()
+                                                 + "</name><trkseg><trkpt lat=\"1\" lon=\"1\"><time>2021-06-01T10:00:00Z</time>"
+                                                   "</trkpt></trkseg></trk></gpx>");
+        QCOMPARE(hbgps({QStringLiteral("import"), m_home.filePath(QStringLiteral("files/cut"))}).exitCode, 0);
+        const QStringList lines = hbgps({QStringLiteral("list"), QStringLiteral("--source"), QStringLiteral("long.gpx")})
+                                      .out.split(u'\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.value(1), QStringLiteral("Track  ") + name.left(27) + QStringLiteral("\u2026  2021-06-01 10:00:00       1  0.00  long.gpx"));
+        QCOMPARE(lines.value(1).size(), 80);
+        const QJsonArray rows = QJsonDocument::fromJson(hbgps({QStringLiteral("list"), QStringLiteral("--json")}).out.toUtf8()).array();
+        QVERIFY(std::any_of(rows.begin(), rows.end(), [&](const QJsonValue &row) { return row[QStringLiteral("name")] == name; }));
     }
 };
 
