@@ -29,7 +29,17 @@ class tst_hbgps : public QObject
         int exitCode = -1;
         QString out, err;
         QByteArray outBytes;
+        QStringList lines() const { return out.split(u'\n', Qt::SkipEmptyParts); }
     };
+
+    // What import prints: "PATH: STATUS" for each file, then the totals.
+    static QStringList importLines(const QList<std::pair<QString, const char *>> &files, const char *totals)
+    {
+        QStringList lines;
+        for (const auto &[path, status] : files)
+            lines << path + QStringLiteral(": ") + QLatin1String(status);
+        return lines << QLatin1String(totals);
+    }
 
     // The user a run drops to, given by uid and gid.
     using User = std::pair<uid_t, gid_t>;
@@ -118,22 +128,18 @@ private slots:
         const Run first = hbgps({QStringLiteral("import"), m_home.filePath(QStringLiteral("files/walk")),
                                  m_home.filePath(QStringLiteral("files/map.kml"))});
         QCOMPARE(first.exitCode, 0);
-        const QStringList lines = first.out.split(u'\n', Qt::SkipEmptyParts);
-        QCOMPARE(lines,
-                 QStringList({m_home.filePath(QStringLiteral("files/walk/deep/drive.nmea"))
-                                  + QStringLiteral(": imported: 1 track, 2 points, 0 waypoints"),
-                              m_home.filePath(QStringLiteral("files/walk/fixture.gpx"))
-                                  + QStringLiteral(": imported: 1 track, 3 points, 1 waypoint"),
-                              m_home.filePath(QStringLiteral("files/map.kml")) + QStringLiteral(": skipped (unknown type)"),
-                              QStringLiteral("2 imported, 0 unchanged, 1 of unknown type")}));
+        const QString drive = m_home.filePath(QStringLiteral("files/walk/deep/drive.nmea"));
+        const QString fixture = m_home.filePath(QStringLiteral("files/walk/fixture.gpx"));
+        QCOMPARE(first.lines(), importLines({{drive, "imported: 1 track, 2 points, 0 waypoints"},
+                                             {fixture, "imported: 1 track, 3 points, 1 waypoint"},
+                                             {m_home.filePath(QStringLiteral("files/map.kml")), "skipped (unknown type)"}},
+                                            "2 imported, 0 unchanged, 1 of unknown type"));
         // off a terminal no progress is drawn, and the log stays quiet
         QCOMPARE(first.err, QString());
 
         const Run again = hbgps({QStringLiteral("import"), m_home.filePath(QStringLiteral("files/walk"))});
-        QCOMPARE(again.out.split(u'\n', Qt::SkipEmptyParts),
-                 QStringList({m_home.filePath(QStringLiteral("files/walk/deep/drive.nmea")) + QStringLiteral(": skipped (unchanged)"),
-                              m_home.filePath(QStringLiteral("files/walk/fixture.gpx")) + QStringLiteral(": skipped (unchanged)"),
-                              QStringLiteral("0 imported, 2 unchanged, 0 of unknown type")}));
+        QCOMPARE(again.lines(), importLines({{drive, "skipped (unchanged)"}, {fixture, "skipped (unchanged)"}},
+                                            "0 imported, 2 unchanged, 0 of unknown type"));
 
         const Run json = hbgps({QStringLiteral("list"), QStringLiteral("--json")});
         QCOMPARE(json.exitCode, 0);
@@ -150,9 +156,9 @@ private slots:
         QCOMPARE(byName[QStringLiteral("Summit")][QStringLiteral("kind")].toString(), QStringLiteral("Waypoint"));
 
         const Run table = hbgps({QStringLiteral("list"), QStringLiteral("--source"), QStringLiteral("fixture.gpx")});
-        QCOMPARE(table.out.split(u'\n', Qt::SkipEmptyParts).last(), QStringLiteral("1 Tracks (3 points), 1 Waypoints"));
+        QCOMPARE(table.lines().last(), QStringLiteral("1 Tracks (3 points), 1 Waypoints"));
         const Run year = hbgps({QStringLiteral("list"), QStringLiteral("--date"), QStringLiteral("1994-03")});
-        QCOMPARE(year.out.split(u'\n', Qt::SkipEmptyParts).last(), QStringLiteral("1 Tracks (2 points), 0 Waypoints"));
+        QCOMPARE(year.lines().last(), QStringLiteral("1 Tracks (2 points), 0 Waypoints"));
 
         const QString gpx = m_home.filePath(QStringLiteral("out/export.gpx"));
         QDir().mkpath(QFileInfo(gpx).path());
@@ -169,7 +175,7 @@ private slots:
         const Run deleted = hbgps({QStringLiteral("delete"), QStringLiteral("--source"), QStringLiteral("fixture.gpx")});
         QCOMPARE(deleted.exitCode, 0);
         const Run after = hbgps({QStringLiteral("list")});
-        QCOMPARE(after.out.split(u'\n', Qt::SkipEmptyParts).last(), QStringLiteral("1 Tracks (2 points), 0 Waypoints"));
+        QCOMPARE(after.lines().last(), QStringLiteral("1 Tracks (2 points), 0 Waypoints"));
         const Run info = hbgps({QStringLiteral("info")});
         QCOMPARE(info.exitCode, 0);
         QVERIFY(info.out.contains(QStringLiteral("Support folder: ") + m_home.filePath(QStringLiteral("data/Fernwick"))));
@@ -213,7 +219,7 @@ private slots:
         const QString path = write(QStringLiteral("lines/") + name, content);
         const Run run = hbgps({QStringLiteral("import"), path});
         QCOMPARE(run.exitCode, 0);
-        QCOMPARE(run.out.split(u'\n', Qt::SkipEmptyParts).first(), path + QStringLiteral(": ") + line);
+        QCOMPARE(run.lines().first(), path + QStringLiteral(": ") + line);
         QCOMPARE(run.err, QString());
         QFile changed(path);   // so that it is imported again
         QVERIFY(changed.open(QIODevice::Append) && changed.write("\n") == 1);
@@ -254,24 +260,20 @@ private slots:
         const QStringList arguments{QStringLiteral("import"), home.filePath(QStringLiteral("open")), locked, secret};
 
         const Run first = hbgpsIn(home.path(), arguments, user);
-        QCOMPARE(first.out.split(u'\n', Qt::SkipEmptyParts),
-                 QStringList({fine + QStringLiteral(": imported: 0 tracks, 0 points, 1 waypoint"),
-                              hidden + QStringLiteral(": skipped (unreadable: Permission denied)"),
-                              locked + QStringLiteral(": skipped (unreadable: Permission denied)"),
-                              secret + QStringLiteral(": skipped (unreadable: Permission denied)"),
-                              QStringLiteral("1 imported, 0 unchanged, 0 of unknown type, 3 unreadable")}));
+        const char *unreadable = "skipped (unreadable: Permission denied)";
+        QCOMPARE(first.lines(), importLines({{fine, "imported: 0 tracks, 0 points, 1 waypoint"}, {hidden, unreadable},
+                                             {locked, unreadable}, {secret, unreadable}},
+                                            "1 imported, 0 unchanged, 0 of unknown type, 3 unreadable"));
         QCOMPARE(first.exitCode, 1);
 
         const QFileDevice::Permissions readable = QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther;
         QVERIFY(QFile::setPermissions(hidden, readable) && QFile::setPermissions(secret, readable)
                 && QFile::setPermissions(locked, readable | QFileDevice::ExeOwner | QFileDevice::ExeOther));
         const Run again = hbgpsIn(home.path(), arguments, user);
-        QCOMPARE(again.out.split(u'\n', Qt::SkipEmptyParts),
-                 QStringList({fine + QStringLiteral(": skipped (unchanged)"),
-                              hidden + QStringLiteral(": imported: 0 tracks, 0 points, 1 waypoint"),
-                              inside + QStringLiteral(": imported: 0 tracks, 0 points, 1 waypoint"),
-                              secret + QStringLiteral(": imported: 1 track, 1 point, 0 waypoints"),
-                              QStringLiteral("3 imported, 1 unchanged, 0 of unknown type")}));
+        const char *oneWaypoint = "imported: 0 tracks, 0 points, 1 waypoint";
+        QCOMPARE(again.lines(), importLines({{fine, "skipped (unchanged)"}, {hidden, oneWaypoint}, {inside, oneWaypoint},
+                                             {secret, "imported: 1 track, 1 point, 0 waypoints"}},
+                                            "3 imported, 1 unchanged, 0 of unknown type"));
         QCOMPARE(again.exitCode, 0);
     }
 
@@ -385,8 +387,7 @@ private slots:
                                                  + "</name><trkseg><trkpt lat=\"1\" lon=\"1\"><time>2021-06-01T10:00:00Z</time>"
                                                    "</trkpt></trkseg></trk></gpx>");
         QCOMPARE(hbgps({QStringLiteral("import"), m_home.filePath(QStringLiteral("files/cut"))}).exitCode, 0);
-        const QStringList lines = hbgps({QStringLiteral("list"), QStringLiteral("--source"), QStringLiteral("long.gpx")})
-                                      .out.split(u'\n', Qt::SkipEmptyParts);
+        const QStringList lines = hbgps({QStringLiteral("list"), QStringLiteral("--source"), QStringLiteral("long.gpx")}).lines();
         QCOMPARE(lines.value(1), QStringLiteral("Track  ") + name.left(27) + QStringLiteral("\u2026  2021-06-01 10:00:00       1  0.00  long.gpx"));
         QCOMPARE(lines.value(1).size(), 80);
         const QJsonArray rows = QJsonDocument::fromJson(hbgps({QStringLiteral("list"), QStringLiteral("--json")}).out.toUtf8()).array();
