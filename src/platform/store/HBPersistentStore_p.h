@@ -22,6 +22,7 @@ struct HBStoreColumn
     Kind kind = Kind::Attribute;
     HBAttributeType type = HBAttributeType::String;
     const HBEntityDescription *destination = nullptr;
+    bool indexed = false;
 };
 
 struct HBStoreTable
