@@ -446,13 +446,15 @@ HBPersistentStore *HBTrackManager::addPersistentStoreForCoordinator(HBPersistent
 HBPersistentStore *HBTrackManager::addStoreWithStore(HBPersistentStore *other)
 {
     HBError error;
-    HBPersistentStore *store = persistentStoreCoordinator()->addPersistentStore(kPointOnlyConfiguration, other->path(), &error);
+    // The other store has just opened the file and knows its identifier;
+    // this one opens it when first used.
+    HBPersistentStore *store =
+        persistentStoreCoordinator()->addPersistentStore(kPointOnlyConfiguration, other->path(), &error, other->identifier());
     if (!store) {
         presentError(error);
         logError(error, QStringLiteral("Error occurred in addStoreWithStore."));
         return nullptr;
     }
-    store->setIdentifier(other->identifier());
     return store;
 }
 

@@ -266,10 +266,16 @@ struct HBPersistentStore::Private
     void buildTable(const HBEntityDescription *root, const QString &configuration);
     bool open(const QString &path, HBError *error);
     bool checkSchema(const QString &path, HBError *error);
-    bool prepareAll(HBError *error);
+    // the statements of the store's own tables; a table's own wait for its first use
+    void prepareKeyStatements();
     void close();
     bool createOrUpgradeTable(HBStoreTable &t, HBError *error);
     bool prepareStatements(HBStoreTable &t, HBError *error);
+    bool ready(HBStoreTable &t, HBError *error)
+    {
+        t.prepared = t.prepared || prepareStatements(t, error);
+        return t.prepared;
+    }
     bool bindRow(HBStoreTable &t, HBSqliteStatement &stmt, int firstParameter, const HBEntityDescription *entity,
                  const HBRowValues &values);
     bool insertWith(HBStoreTable &t, HBSqliteStatement &s, std::span<const HBPersistentStore::NewRow> rows);
@@ -825,16 +831,11 @@ bool HBPersistentStore::Private::checkSchema(const QString &path, HBError *error
     return exec(QStringLiteral("COMMIT"), error);
 }
 
-bool HBPersistentStore::Private::prepareAll(HBError *error)
+void HBPersistentStore::Private::prepareKeyStatements()
 {
-    for (auto &t : tables) {
-        if (!prepareStatements(*t, error))
-            return false;
-    }
     reserveKeys = HBSqliteStatement(db.get(), QStringLiteral("UPDATE Z_PRIMARYKEY SET Z_MAX = Z_MAX + ? WHERE Z_NAME = ?"));
     queries = HBSqliteStatementCache(db.get());
     readMaxKey = HBSqliteStatement(db.get(), QStringLiteral("SELECT Z_MAX FROM Z_PRIMARYKEY WHERE Z_NAME = ?"));
-    return true;
 }
 
 // Statements first: SQLite closes a connection only once they are finalised.
@@ -843,6 +844,7 @@ void HBPersistentStore::Private::close()
     for (auto &t : tables) {
         for (HBSqliteStatement *s : {&t->insert, &t->insertMany, &t->update, &t->remove, &t->byKey, &t->anyRow})
             *s = {};
+        t->prepared = false;
     }
     reserveKeys = {};
     readMaxKey = {};
@@ -873,8 +875,7 @@ bool HBPersistentStore::connect(HBError *error)
     configureSqliteOnce();
     HBError failure;
     const InUse use(d->inUse);
-    const bool ok = d->open(m_path, &failure) && (d->schemaChecked || d->checkSchema(m_path, &failure))
-                    && d->prepareAll(&failure);
+    const bool ok = d->open(m_path, &failure) && (d->schemaChecked || d->checkSchema(m_path, &failure));
     if (!ok) {
         // The cause goes into the detailed errors, which the store-error log prints.
         if (error) {
@@ -886,6 +887,7 @@ bool HBPersistentStore::connect(HBError *error)
         return false;
     }
     d->schemaChecked = true;
+    d->prepareKeyStatements();
     HBStoreConnectionLimit::shared().didUse(this);
     return true;
 }
@@ -1012,6 +1014,10 @@ HBPersistentStore::FetchResult HBPersistentStore::fetchRows(const HBEntityDescri
         result.ok = false;
         return result;
     }
+    if (!d->ready(*t, &result.error)) {
+        result.ok = false;
+        return result;
+    }
     if (Private::isEmpty(*t))
         return result;
     QStringList order;
@@ -1068,7 +1074,7 @@ std::optional<HBStoreRow> HBPersistentStore::rowForObjectID(const HBManagedObjec
     QMutexLocker lock(&m_mutex);
     HBStoreTable *t = d->table(objectID.entity());
     const InUse use(d->inUse);
-    if (!t || !connect(error))
+    if (!t || !connect(error) || !d->ready(*t, error))
         return std::nullopt;
     t->byKey.reset();
     t->byKey.bindInt64(1, objectID.primaryKey());
@@ -1134,6 +1140,8 @@ bool HBPersistentStore::insertRows(std::span<const NewRow> rows, HBError *error)
                                  QStringLiteral("%1 holds no %2").arg(m_path, rows[first].entity->name()));
             return false;
         }
+        if (!d->ready(*t, error))
+            return false;
         // the rows of this table that come next, as many as one statement takes
         size_t end = first + 1;
         while (end < rows.size() && end - first < size_t(t->rowsPerInsertMany)
@@ -1188,7 +1196,7 @@ bool HBPersistentStore::updateRow(qint64 primaryKey, const HBEntityDescription *
                                   HBError *error)
 {
     HBStoreTable *t = d->table(entity);
-    if (!t)
+    if (!t || !d->ready(*t, error))
         return false;
     HBSqliteStatement &s = t->update;
     s.startRow();
@@ -1206,7 +1214,7 @@ bool HBPersistentStore::updateRow(qint64 primaryKey, const HBEntityDescription *
 bool HBPersistentStore::deleteRow(qint64 primaryKey, const HBEntityDescription *entity, HBError *error)
 {
     HBStoreTable *t = d->table(entity);
-    if (!t)
+    if (!t || !d->ready(*t, error))
         return false;
     HBSqliteStatement &s = t->remove;
     s.reset();

@@ -46,4 +46,10 @@ struct HBStoreTable
     HBSqliteStatement remove;
     HBSqliteStatement byKey;
     HBSqliteStatement anyRow;
+    // Prepared on the table's first use after the connection opened: a
+    // connection that is opened again and again (one of many period files)
+    // mostly writes or reads just one table, and the statement that inserts
+    // many rows at once takes SQLite longer to prepare than a few rows take
+    // to write.
+    bool prepared = false;
 };
