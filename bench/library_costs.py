@@ -6,8 +6,8 @@
   one day, export, delete of a source) the smallest limit of open files
   (RLIMIT_NOFILE, soft and hard) under which it still succeeds is found by
   bisection, each try on a fresh copy of the library.
-- growth: --imports files of --points points and --waypoints waypoints
-  each, imported one after the other into one library; per import the
+- growth: --imports copies of one file of --points points and --waypoints
+  waypoints, imported one after the other into one library; per import the
   processor time (user + system) and the peak resident memory of the hbgps
   process, beside xmlwf reading the same file in the same round (a paired
   reference for the machine's speed at that moment).
@@ -126,12 +126,18 @@ def descriptors(args, hbgps, work):
 
 def growth(args, hbgps, work):
     home = work / "growth"
+    # The same trip in files of their own: each is a new source, and its
+    # waypoints and points lie where the library already has some, as a
+    # user's rides around home do.
+    first = work / "input"
+    subprocess.run([sys.executable, str(HERE / "generate_tracks.py"), "--points", str(args.points),
+                    "--waypoints", str(args.waypoints), "--segments", "4", "--only", "gpx",
+                    "--out", str(first)], check=True, stdout=subprocess.DEVNULL)
     files = []
     for i in range(args.imports):
         folder = work / ("input%d" % i)
-        subprocess.run([sys.executable, str(HERE / "generate_tracks.py"), "--points", str(args.points),
-                        "--waypoints", str(args.waypoints), "--segments", "4", "--only", "gpx",
-                        "--seed", str(i + 1), "--out", str(folder)], check=True, stdout=subprocess.DEVNULL)
+        folder.mkdir()
+        shutil.copy(first / "tracks.gpx", folder / "tracks.gpx")
         files.append(folder / "tracks.gpx")
     for i, gpx in enumerate(files):
         _, xmlwf_cpu, _ = run(["xmlwf", str(gpx)], environment(home))
