@@ -238,6 +238,7 @@ struct HBPersistentStore::Private
     HBSqliteStatement readMaxKey;
     HBSqliteStatementCache queries;
     const HBManagedObjectModel *model = nullptr;
+    QString configuration;
     // whether this process has brought the file's schema up to date and
     // read its identifier; until then the identifier is the one it was
     // known by
@@ -261,8 +262,14 @@ struct HBPersistentStore::Private
         return false;
     }
 
-    HBStoreTable *table(const HBEntityDescription *entity) const { return tableByRoot.value(entity->rootEntity()); }
-    void buildTables(const QString &configuration);
+    // Laid out at first use: a start registers every period file of a
+    // library, and most of them are not used before the process ends.
+    HBStoreTable *table(const HBEntityDescription *entity)
+    {
+        buildTables();
+        return tableByRoot.value(entity->rootEntity());
+    }
+    void buildTables();
     void buildTable(const HBEntityDescription *root, const QString &configuration);
     bool open(const QString &path, HBError *error);
     bool checkSchema(const QString &path, HBError *error);
@@ -706,6 +713,7 @@ HBPersistentStore::HBPersistentStore(const HBManagedObjectModel *model, QString 
     , m_configuration(std::move(configurationName))
 {
     d->model = model;
+    d->configuration = m_configuration;
 }
 
 HBPersistentStore::~HBPersistentStore()
@@ -749,7 +757,7 @@ private:
 
 } // namespace
 
-void HBPersistentStore::Private::buildTables(const QString &configuration)
+void HBPersistentStore::Private::buildTables()
 {
     if (tables.empty()) {
         for (const HBEntityDescription *root : model->rootEntitiesForConfiguration(configuration))
@@ -855,14 +863,12 @@ void HBPersistentStore::Private::close()
 bool HBPersistentStore::load(HBError *error)
 {
     QMutexLocker lock(&m_mutex);
-    d->buildTables(m_configuration);
     return connect(error);
 }
 
 void HBPersistentStore::loadLater(const QString &identifier)
 {
     QMutexLocker lock(&m_mutex);
-    d->buildTables(m_configuration);
     d->setIdentifier(identifier);
 }
 
@@ -873,6 +879,7 @@ bool HBPersistentStore::connect(HBError *error)
         return true;
     }
     configureSqliteOnce();
+    d->buildTables();
     HBError failure;
     const InUse use(d->inUse);
     const bool ok = d->open(m_path, &failure) && (d->schemaChecked || d->checkSchema(m_path, &failure));
@@ -911,7 +918,8 @@ bool HBPersistentStore::isConnected() const
 
 bool HBPersistentStore::holdsEntity(const HBEntityDescription *entity) const
 {
-    return m_model->configurationContains(m_configuration, entity) && d->table(entity);
+    return m_model->configurationContains(m_configuration, entity)
+        && m_model->configurationContains(m_configuration, entity->rootEntity());
 }
 
 quint32 HBPersistentStore::identifierToken() const
