@@ -4,7 +4,7 @@
 #include "import/HBImportOperationFactory.h"
 #include "import/gpsbabel/HBGPSBabelImportOperation.h"
 #include "manager/HBImportLock.h"
-#include "manager/HBOpenFileLimit.h"
+#include "manager/HBStoreIdentifierCache.h"
 #include "model/HBGeoPoint.h"
 #include "model/HBTrack.h"
 #include "model/HBTrackPoint.h"
@@ -23,6 +23,7 @@
 #include "platform/store/HBPersistentStoreCoordinator.h"
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
@@ -78,6 +79,8 @@ struct ProcessState
     QString pointFolder;
     QString cacheFolder;
     QHash<QString, HBPersistentStore *> registry;
+    std::unique_ptr<HBStoreIdentifierCache> identifiers;   // of the period files, made with the folders
+    QHash<QString, QDeadlineTimer> failedOpenings;         // by registry key: when to try again
     std::atomic<quint64> registryGeneration{0};   // changes with every registration
     HBTrackManager::ErrorPresenter presentError = defaultErrorPresenter;
     HBTrackManager::FatalStartupReport reportFatal = defaultFatalStartupReport;
@@ -87,6 +90,30 @@ ProcessState &process()
 {
     static ProcessState *state = new ProcessState;
     return *state;
+}
+
+// A period file that could not be opened (a full disk, a file that cannot
+// be read) is not tried again for a while: an import asks for its file
+// at every point, and would report the same failure a hundred thousand times.
+constexpr int kRetryOpeningAfterMs = 10000;
+
+bool openingFailedLately(const QString &key)
+{
+    QMutexLocker lock(&process().valuesLock);
+    const auto it = process().failedOpenings.constFind(key);
+    return it != process().failedOpenings.constEnd() && !it->hasExpired();
+}
+
+void noteFailedOpening(const QString &key)
+{
+    QMutexLocker lock(&process().valuesLock);
+    process().failedOpenings.insert(key, QDeadlineTimer(kRetryOpeningAfterMs));
+}
+
+HBStoreIdentifierCache &periodFileIdentifiers()
+{
+    QMutexLocker lock(&process().valuesLock);
+    return *process().identifiers;
 }
 
 HBPersistentStore *registeredStore(const QString &key)
@@ -148,12 +175,17 @@ struct StartupErrors
     }
 };
 
+// A period file whose identifier was noted before is added unopened, and
+// opened when first used.
 void openStartupStore(HBPersistentStoreCoordinator &coordinator, const QString &configuration, const QString &path,
-                      const QString &key, const QString &failureLine, StartupErrors &errors)
+                      const QString &key, const QString &failureLine, StartupErrors &errors, bool isPeriodFile = false)
 {
     HBError error;
-    HBPersistentStore *store = coordinator.addPersistentStore(configuration, path, &error);
+    const QString known = isPeriodFile ? periodFileIdentifiers().identifierFor(path) : QString();
+    HBPersistentStore *store = coordinator.addPersistentStore(configuration, path, &error, known);
     if (store) {
+        if (isPeriodFile && known.isEmpty())
+            periodFileIdentifiers().note(store->path(), store->identifier());
         registerOrAdoptIdentifier(key, store);
         return;
     }
@@ -284,6 +316,8 @@ void HBTrackManager::createSupportFoldersForApplication(const QString &folderNam
             qCWarning(hbManager).noquote() << "The folder" << folder << "could not be made.";
     }
     QMutexLocker lock(&process().valuesLock);
+    if (process().supportFolder != support)
+        process().identifiers = std::make_unique<HBStoreIdentifierCache>(support + QStringLiteral("/PointDatabaseIdentifiers"));
     process().supportFolder = support;
     process().pointFolder = points;
 }
@@ -298,7 +332,6 @@ qint64 HBTrackManager::periodNumberForDate(const QDateTime &date)
 
 std::unique_ptr<HBPersistentStoreCoordinator> HBTrackManager::centralPersistentStoreCoordinator()
 {
-    HBOpenFileLimit::raiseOnce();
     createSupportFoldersForApplication(kApplicationFolder);
     auto coordinator = std::make_unique<HBPersistentStoreCoordinator>(HBTrackDataModel::model());
     StartupErrors errors;
@@ -312,6 +345,7 @@ std::unique_ptr<HBPersistentStoreCoordinator> HBTrackManager::centralPersistentS
     // them, so 0.sql is opened only when one of its points is inserted.
     QDirIterator listing(pointFolder(), QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
                          QDirIterator::Subdirectories);
+    QStringList periodFiles;
     while (listing.hasNext()) {
         const QFileInfo entry(listing.next());
         const qint64 period = leadingInteger(entry.completeBaseName());
@@ -320,8 +354,10 @@ std::unique_ptr<HBPersistentStoreCoordinator> HBTrackManager::centralPersistentS
         openStartupStore(*coordinator, kPointOnlyConfiguration, entry.filePath(), QString::number(period),
                          QStringLiteral("Error occurred while adding a point database %1.sql to the central store during init.")
                              .arg(period),
-                         errors);
+                         errors, true);
+        periodFiles.append(entry.absoluteFilePath());
     }
+    periodFileIdentifiers().tidy(periodFiles);
     if (errors.count > 0 && errors.first)
         reportFatalStartupError(*errors.first);
     // Points name their segment in the central store, so a save commits
@@ -374,8 +410,10 @@ HBPersistentStore *HBTrackManager::persistentStoreForCoordinator(HBPersistentSto
 HBPersistentStore *HBTrackManager::addPersistentStoreForCoordinator(HBPersistentStoreCoordinator *coordinator,
                                                                     const QDateTime &date)
 {
-    coordinator->lock();
     const QString key = storeKeyForDate(date);
+    if (openingFailedLately(key))
+        return nullptr;
+    coordinator->lock();
     const QString path = pointFolder() + u'/' + key + QStringLiteral(".sql");
     HBError error;
     // The dateless file is opened as a point file here, although start-up
@@ -387,6 +425,8 @@ HBPersistentStore *HBTrackManager::addPersistentStoreForCoordinator(HBPersistent
             process().registry.insert(key, store);
             ++process().registryGeneration;
         }
+        if (key != kDatelessStoreKey)
+            periodFileIdentifiers().note(store->path(), store->identifier());
         HBTrackManager *background = process().background.load();
         if (background && coordinator == background->coordinatorIfMade()) {
             HBTrackManager *shared = sharedTrackManager();
@@ -397,6 +437,7 @@ HBPersistentStore *HBTrackManager::addPersistentStoreForCoordinator(HBPersistent
             HBMainThread::runAndWait([&] { background->addStoreWithStore(store); });
         }
     } else {
+        noteFailedOpening(key);
         presentError(error);
         logError(error, QStringLiteral("Error occurred in addPersistentStoreForCoordinator:forDate:."));
     }
@@ -407,13 +448,15 @@ HBPersistentStore *HBTrackManager::addPersistentStoreForCoordinator(HBPersistent
 HBPersistentStore *HBTrackManager::addStoreWithStore(HBPersistentStore *other)
 {
     HBError error;
-    HBPersistentStore *store = persistentStoreCoordinator()->addPersistentStore(kPointOnlyConfiguration, other->path(), &error);
+    // The other store has just opened the file and knows its identifier;
+    // this one opens it when first used.
+    HBPersistentStore *store =
+        persistentStoreCoordinator()->addPersistentStore(kPointOnlyConfiguration, other->path(), &error, other->identifier());
     if (!store) {
         presentError(error);
         logError(error, QStringLiteral("Error occurred in addStoreWithStore."));
         return nullptr;
     }
-    store->setIdentifier(other->identifier());
     return store;
 }
 

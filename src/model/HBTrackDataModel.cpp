@@ -20,7 +20,11 @@ using Rule = HBDeleteRule;
 void addPointEntities(HBManagedObjectModel &m)
 {
     HBEntityDescription &point = m.addEntity(QStringLiteral("HBGeoPoint"), {}, true);
-    for (const char *decimal : {"latitude", "longitude", "elevation", "depth", "temperature", "wheelSensorDistance"})
+    // An import looks for stored points at the positions of its new
+    // waypoints; without an index on the latitude that would read every
+    // point of the library, and the library grows with every import.
+    point.addAttribute(QStringLiteral("latitude"), T::Decimal).isIndexed = true;
+    for (const char *decimal : {"longitude", "elevation", "depth", "temperature", "wheelSensorDistance"})
         point.addAttribute(QLatin1String(decimal), T::Decimal);
     point.addAttribute(QStringLiteral("date"), T::Date);
     point.addAttribute(QStringLiteral("cadence"), T::Integer);

@@ -6,9 +6,6 @@
 //                                           then "store <file name>" for each open store file
 //   trackmanager_probe fill BATCHES SIZE    BATCHES saves of SIZE points each, all of one period,
 //                                           printing "saved <n>" after each
-//
-// "nofile SOFT HARD" before a command sets the limits of open files first,
-// as a shell's ulimit would for a program started under it.
 
 #include "manager/HBTrackManager.h"
 #include "model/HBTrackPoint.h"
@@ -19,8 +16,6 @@
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QTextStream>
-
-#include <sys/resource.h>
 
 #include <algorithm>
 
@@ -90,12 +85,6 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     QStringList args = app.arguments().mid(1);
     QTextStream out(stdout);
-    if (args.size() >= 3 && args.first() == QLatin1String("nofile")) {
-        const rlimit limit{rlim_t(args[1].toULongLong()), rlim_t(args[2].toULongLong())};
-        if (setrlimit(RLIMIT_NOFILE, &limit) != 0)
-            return 3;
-        args = args.mid(3);
-    }
     const QString command = args.isEmpty() ? QString() : args.takeFirst();
     if (command == QLatin1String("insert"))
         insert(args);

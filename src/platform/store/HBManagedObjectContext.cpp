@@ -806,6 +806,16 @@ HBPersistentStore *HBManagedObjectContext::storeOfRelatedRecord(const HBManagedO
     return nullptr;
 }
 
+bool HBManagedObjectContext::obtainPermanentIDsForInsertedObjects(HBError *error)
+{
+    QList<HBManagedObject *> needIDs;
+    for (HBManagedObject *o : d->insertedOrder) {
+        if (o->m_inserted && !o->m_deleted && o->m_objectID.isTemporaryID())
+            needIDs.append(o);
+    }
+    return needIDs.isEmpty() || obtainPermanentIDsForObjects(needIDs, error);
+}
+
 bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedObject *> &objects, HBError *error)
 {
     HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
@@ -1095,6 +1105,12 @@ bool HBManagedObjectContext::save(HBError *error)
 {
     if (!hasChanges())
         return true;
+    // New objects get their permanent IDs before the hooks, which write the
+    // IDs of related objects (a point its segment's): a store that cannot
+    // hand out keys, on a full disk, then fails the save once rather than
+    // every hook of a million points.
+    if (!m_parent && !obtainPermanentIDsForInsertedObjects(error))
+        return false;
     // Will-save hooks may change or insert further objects; those get their
     // hook in the next round.
     const quint32 saveSerial = ++d->saveSerial;
@@ -1169,12 +1185,8 @@ bool HBManagedObjectContext::save(HBError *error)
             p->forgetAllMembers();
         });
     } else {
-        std::vector<HBManagedObject *> needIDs;
-        for (HBManagedObject *o : pending.inserted) {
-            if (o->m_objectID.isTemporaryID())
-                needIDs.push_back(o);
-        }
-        if (!needIDs.empty() && !obtainPermanentIDsForObjects(QList<HBManagedObject *>(needIDs.begin(), needIDs.end()), error))
+        // those the hooks inserted
+        if (!obtainPermanentIDsForInsertedObjects(error))
             return false;
 
         // Values copied in from a child name related records by the IDs

@@ -119,6 +119,7 @@ private:
     QList<HBManagedObject *> relatedObjects(const HBManagedObject *object, const HBPropertyDescription *property);
     bool fulfillFault(HBManagedObject *object);
     HBPersistentStore *storeOfRelatedRecord(const HBManagedObject *object) const;
+    bool obtainPermanentIDsForInsertedObjects(HBError *error);
     void forgetCachedMembership(const HBManagedObject *object);
     // nullptr where the members are not cached, or no longer good
     QList<HBManagedObject *> *cachedMembers(const HBManagedObject *owner, int index) const;

@@ -8,9 +8,11 @@
 #include "platform/store/HBPersistentStore_p.h"
 #include "platform/store/HBPredicate.h"
 #include "platform/store/HBSqliteStatementCache.h"
+#include "platform/store/HBStoreConnectionLimit.h"
 
 #include <QDataStream>
 #include <QDateTime>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -73,10 +75,11 @@ QVariant variantFromBlob(const QByteArray &blob)
 }
 
 // The SQL expression a column is compared through: decimals are kept as
-// text and compared as numbers.
-QString comparable(const HBStoreColumn &column)
+// text and compared as numbers. Fetches name the table "t"; an index
+// names no table.
+QString comparable(const HBStoreColumn &column, const QString &table = QStringLiteral("t."))
 {
-    const QString name = QStringLiteral("t.") + quoted(column.name);
+    const QString name = table + quoted(column.name);
     if (column.kind == HBStoreColumn::Kind::Attribute && column.type == HBAttributeType::Decimal)
         return QStringLiteral("CAST(%1 AS REAL)").arg(name);
     return name;
@@ -235,6 +238,13 @@ struct HBPersistentStore::Private
     HBSqliteStatement readMaxKey;
     HBSqliteStatementCache queries;
     const HBManagedObjectModel *model = nullptr;
+    QString configuration;
+    // whether this process has brought the file's schema up to date and
+    // read its identifier; until then the identifier is the one it was
+    // known by
+    bool schemaChecked = false;
+    // calls under way on the connection, which must not be closed under them
+    int inUse = 0;
 
     HBError sqliteError(const QString &what) const
     {
@@ -252,10 +262,27 @@ struct HBPersistentStore::Private
         return false;
     }
 
-    HBStoreTable *table(const HBEntityDescription *entity) const { return tableByRoot.value(entity->rootEntity()); }
+    // Laid out at first use: a start registers every period file of a
+    // library, and most of them are not used before the process ends.
+    HBStoreTable *table(const HBEntityDescription *entity)
+    {
+        buildTables();
+        return tableByRoot.value(entity->rootEntity());
+    }
+    void buildTables();
     void buildTable(const HBEntityDescription *root, const QString &configuration);
+    bool open(const QString &path, HBError *error);
+    bool checkSchema(const QString &path, HBError *error);
+    // the statements of the store's own tables; a table's own wait for its first use
+    void prepareKeyStatements();
+    void close();
     bool createOrUpgradeTable(HBStoreTable &t, HBError *error);
     bool prepareStatements(HBStoreTable &t, HBError *error);
+    bool ready(HBStoreTable &t, HBError *error)
+    {
+        t.prepared = t.prepared || prepareStatements(t, error);
+        return t.prepared;
+    }
     bool bindRow(HBStoreTable &t, HBSqliteStatement &stmt, int firstParameter, const HBEntityDescription *entity,
                  const HBRowValues &values);
     bool insertWith(HBStoreTable &t, HBSqliteStatement &s, std::span<const HBPersistentStore::NewRow> rows);
@@ -294,6 +321,7 @@ void HBPersistentStore::Private::buildTable(const HBEntityDescription *root, con
             c.type = p->attributeType;
             c.kind = p->isRelationship ? HBStoreColumn::Kind::ForeignKey : HBStoreColumn::Kind::Attribute;
             c.destination = p->destinationEntity;
+            c.indexed = p->isIndexed;
             t->columnByName.insert(c.name, int(t->columns.size()));
             t->columns.push_back(c);
             if (p->isRelationship) {
@@ -359,6 +387,15 @@ bool HBPersistentStore::Private::createOrUpgradeTable(HBStoreTable &t, HBError *
                       .arg(quoted(t.name + QStringLiteral("_") + c.name + QStringLiteral("_set")), quoted(t.name),
                            quoted(c.name)),
                   error))
+            return false;
+    }
+    // Compared through the same expression as fetches compare it, so that
+    // SQLite's planner sees the index fits.
+    for (const HBStoreColumn &c : t.columns) {
+        if (c.kind == HBStoreColumn::Kind::Attribute && c.indexed
+            && !exec(QStringLiteral("CREATE INDEX IF NOT EXISTS %1 ON %2 (%3)")
+                         .arg(quoted(t.name + QStringLiteral("_") + c.name), quoted(t.name), comparable(c, {})),
+                     error))
             return false;
     }
     return exec(QStringLiteral("INSERT OR IGNORE INTO Z_PRIMARYKEY (Z_NAME, Z_MAX) VALUES ('%1', 0)").arg(t.name), error);
@@ -676,15 +713,14 @@ HBPersistentStore::HBPersistentStore(const HBManagedObjectModel *model, QString 
     , m_configuration(std::move(configurationName))
 {
     d->model = model;
+    d->configuration = m_configuration;
 }
 
 HBPersistentStore::~HBPersistentStore()
 {
+    HBStoreConnectionLimit::shared().didClose(this);
     QMutexLocker lock(&m_mutex);
-    d->tables.clear();
-    d->reserveKeys = {};
-    d->readMaxKey = {};
-    d->queries.clear();
+    d->close();
 }
 
 namespace {
@@ -702,92 +738,188 @@ void configureSqliteOnce()
     Q_UNUSED(configured);
 }
 
+// Marks a connection as in use for the length of a call.
+class InUse
+{
+public:
+    explicit InUse(int &count)
+        : m_count(count)
+    {
+        ++m_count;
+    }
+    ~InUse() { --m_count; }
+    InUse(const InUse &) = delete;
+    InUse &operator=(const InUse &) = delete;
+
+private:
+    int &m_count;
+};
+
 } // namespace
 
-bool HBPersistentStore::load(HBError *error)
+void HBPersistentStore::Private::buildTables()
 {
-    configureSqliteOnce();
-    QMutexLocker lock(&m_mutex);
+    if (tables.empty()) {
+        for (const HBEntityDescription *root : model->rootEntitiesForConfiguration(configuration))
+            buildTable(root, configuration);
+    }
+}
+
+bool HBPersistentStore::Private::open(const QString &path, HBError *error)
+{
     sqlite3 *raw = nullptr;
     const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-    const int rc = sqlite3_open_v2(QFile::encodeName(m_path).constData(), &raw, flags, nullptr);
-    d->db.reset(raw);
-    // The cause goes into the detailed errors, which the store-error log prints.
-    auto fail = [&](const HBError &e) {
-        if (error) {
-            *error = HBError(errorDomain(), e.code(), QStringLiteral("The store file %1 could not be opened.").arg(m_path),
-                             e.localizedDescription());
-            error->setDetailedErrors({e});
-        }
-        d->db.reset();
+    const int rc = sqlite3_open_v2(QFile::encodeName(path).constData(), &raw, flags, nullptr);
+    db.reset(raw);
+    if (rc != SQLITE_OK) {
+        if (error)
+            *error = HBError(HBPersistentStore::errorDomain(), rc, sqliteMessage(raw));
         return false;
-    };
-    if (rc != SQLITE_OK)
-        return fail(HBError(errorDomain(), rc, sqliteMessage(raw)));
+    }
     sqlite3_busy_timeout(raw, kBusyTimeoutMs);
-    HBError failure;
     // The write-ahead journal lets readers of one coordinator go on while
     // another writes. FULL sync makes each commit durable before the next
     // file's begins: a save across files commits them in an order that is
     // only safe if a later commit cannot outlive an earlier one through a
-    // power loss. Pages
-    // of 16 KiB (for new files; a file keeps the size it was made with)
-    // quarter the pages, and the writes, of a save of many rows.
-    if (!d->exec(QStringLiteral("PRAGMA page_size = 16384; PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA foreign_keys = OFF"), &failure))
-        return fail(failure);
-    if (!d->exec(QStringLiteral("BEGIN IMMEDIATE"), &failure))
-        return fail(failure);
+    // power loss. Pages of 16 KiB (for new files; a file keeps the size it
+    // was made with) quarter the pages, and the writes, of a save of many
+    // rows.
+    return exec(QStringLiteral("PRAGMA page_size = 16384; PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; "
+                               "PRAGMA foreign_keys = OFF"),
+                error);
+}
+
+// In one transaction: the tables made or given their new columns, the
+// identifier read or, for a new file, minted. A file whose identifier
+// differs from the one it was known by was replaced since: its own wins.
+bool HBPersistentStore::Private::checkSchema(const QString &path, HBError *error)
+{
+    if (!exec(QStringLiteral("BEGIN IMMEDIATE"), error))
+        return false;
     auto schemaOk = [&] {
-        if (!d->exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_METADATA (Z_VERSION INTEGER, Z_UUID TEXT)"), &failure)
-            || !d->exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_PRIMARYKEY (Z_NAME TEXT PRIMARY KEY, Z_MAX INTEGER)"), &failure)
-            || !d->exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_SAVELOG (Z_TOKEN TEXT PRIMARY KEY)"), &failure))
+        if (!exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_METADATA (Z_VERSION INTEGER, Z_UUID TEXT)"), error)
+            || !exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_PRIMARYKEY (Z_NAME TEXT PRIMARY KEY, Z_MAX INTEGER)"), error)
+            || !exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_SAVELOG (Z_TOKEN TEXT PRIMARY KEY)"), error))
             return false;
-        HBSqliteStatement meta(d->db.get(), QStringLiteral("SELECT Z_VERSION, Z_UUID FROM Z_METADATA"));
+        HBSqliteStatement meta(db.get(), QStringLiteral("SELECT Z_VERSION, Z_UUID FROM Z_METADATA"));
         if (meta.step()) {
             if (meta.int64(0) > kSchemaVersion) {
-                failure = HBError(errorDomain(), SQLITE_ERROR,
-                                  QStringLiteral("The store was written by a newer version (schema %1).").arg(meta.int64(0)));
+                if (error)
+                    *error = HBError(HBPersistentStore::errorDomain(), SQLITE_ERROR,
+                                     QStringLiteral("The store was written by a newer version (schema %1).").arg(meta.int64(0)));
                 return false;
             }
-            d->setIdentifier(meta.text(1));
+            if (!identifier.isEmpty() && identifier != meta.text(1))
+                qCWarning(hbStore).noquote() << "The store file" << path << "is no longer the file it was:" << identifier
+                                             << "is now" << meta.text(1);
+            setIdentifier(meta.text(1));
         } else {
-            d->setIdentifier(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper());
-            HBSqliteStatement insert(d->db.get(), QStringLiteral("INSERT INTO Z_METADATA VALUES (?, ?)"));
+            setIdentifier(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper());
+            HBSqliteStatement insert(db.get(), QStringLiteral("INSERT INTO Z_METADATA VALUES (?, ?)"));
             insert.bindInt64(1, kSchemaVersion);
-            insert.bindText(2, d->identifier);
+            insert.bindText(2, identifier);
             bool ok = false;
             insert.step(&ok);
             if (!ok) {
-                failure = d->sqliteError(QStringLiteral("metadata"));
+                if (error)
+                    *error = sqliteError(QStringLiteral("metadata"));
                 return false;
             }
         }
-        for (const HBEntityDescription *root : m_model->rootEntitiesForConfiguration(m_configuration)) {
-            d->buildTable(root, m_configuration);
-            if (!d->createOrUpgradeTable(*d->tables.back(), &failure))
+        for (const auto &t : tables) {
+            if (!createOrUpgradeTable(*t, error))
                 return false;
         }
         return true;
     };
     if (!schemaOk()) {
-        d->exec(QStringLiteral("ROLLBACK"), nullptr);
-        return fail(failure);
+        exec(QStringLiteral("ROLLBACK"), nullptr);
+        return false;
     }
-    if (!d->exec(QStringLiteral("COMMIT"), &failure))
-        return fail(failure);
-    for (auto &t : d->tables) {
-        if (!d->prepareStatements(*t, &failure))
-            return fail(failure);
+    return exec(QStringLiteral("COMMIT"), error);
+}
+
+void HBPersistentStore::Private::prepareKeyStatements()
+{
+    reserveKeys = HBSqliteStatement(db.get(), QStringLiteral("UPDATE Z_PRIMARYKEY SET Z_MAX = Z_MAX + ? WHERE Z_NAME = ?"));
+    queries = HBSqliteStatementCache(db.get());
+    readMaxKey = HBSqliteStatement(db.get(), QStringLiteral("SELECT Z_MAX FROM Z_PRIMARYKEY WHERE Z_NAME = ?"));
+}
+
+// Statements first: SQLite closes a connection only once they are finalised.
+void HBPersistentStore::Private::close()
+{
+    for (auto &t : tables) {
+        for (HBSqliteStatement *s : {&t->insert, &t->insertMany, &t->update, &t->remove, &t->byKey, &t->anyRow})
+            *s = {};
+        t->prepared = false;
     }
-    d->reserveKeys = HBSqliteStatement(raw, QStringLiteral("UPDATE Z_PRIMARYKEY SET Z_MAX = Z_MAX + ? WHERE Z_NAME = ?"));
-    d->queries = HBSqliteStatementCache(raw);
-    d->readMaxKey = HBSqliteStatement(raw, QStringLiteral("SELECT Z_MAX FROM Z_PRIMARYKEY WHERE Z_NAME = ?"));
+    reserveKeys = {};
+    readMaxKey = {};
+    queries.clear();
+    db.reset();
+}
+
+bool HBPersistentStore::load(HBError *error)
+{
+    QMutexLocker lock(&m_mutex);
+    return connect(error);
+}
+
+void HBPersistentStore::loadLater(const QString &identifier)
+{
+    QMutexLocker lock(&m_mutex);
+    d->setIdentifier(identifier);
+}
+
+bool HBPersistentStore::connect(HBError *error)
+{
+    if (d->db) {
+        HBStoreConnectionLimit::shared().didUse(this);
+        return true;
+    }
+    configureSqliteOnce();
+    d->buildTables();
+    HBError failure;
+    const InUse use(d->inUse);
+    const bool ok = d->open(m_path, &failure) && (d->schemaChecked || d->checkSchema(m_path, &failure));
+    if (!ok) {
+        // The cause goes into the detailed errors, which the store-error log prints.
+        if (error) {
+            *error = HBError(errorDomain(), failure.code(), QStringLiteral("The store file %1 could not be opened.").arg(m_path),
+                             failure.localizedDescription());
+            error->setDetailedErrors({failure});
+        }
+        d->close();
+        return false;
+    }
+    d->schemaChecked = true;
+    d->prepareKeyStatements();
+    HBStoreConnectionLimit::shared().didUse(this);
     return true;
+}
+
+bool HBPersistentStore::closeConnectionIfIdle()
+{
+    if (!m_mutex.try_lock())
+        return false;
+    const bool idle = d->inUse == 0 && (!d->db || sqlite3_get_autocommit(d->db.get()));
+    if (idle)
+        d->close();
+    m_mutex.unlock();
+    return idle;
+}
+
+bool HBPersistentStore::isConnected() const
+{
+    QMutexLocker lock(&m_mutex);
+    return d->db != nullptr;
 }
 
 bool HBPersistentStore::holdsEntity(const HBEntityDescription *entity) const
 {
-    return m_model->configurationContains(m_configuration, entity) && d->table(entity);
+    return m_model->configurationContains(m_configuration, entity)
+        && m_model->configurationContains(m_configuration, entity->rootEntity());
 }
 
 quint32 HBPersistentStore::identifierToken() const
@@ -804,6 +936,14 @@ QString HBPersistentStore::identifier() const
 bool HBPersistentStore::setIdentifier(const QString &identifier)
 {
     QMutexLocker lock(&m_mutex);
+    if (identifier == d->identifier)
+        return true;
+    const InUse use(d->inUse);
+    HBError error;
+    if (!connect(&error)) {
+        qCWarning(hbStore).noquote() << error.localizedDescription() << error.localizedFailureReason();
+        return false;
+    }
     if (identifier == d->identifier)
         return true;
     HBSqliteStatement update(d->db.get(), QStringLiteral("UPDATE Z_METADATA SET Z_UUID = ?"));
@@ -827,6 +967,9 @@ std::optional<qint64> HBPersistentStore::reservePrimaryKeys(const HBEntityDescri
             *error = HBError(errorDomain(), SQLITE_MISUSE, QStringLiteral("%1 holds no %2").arg(m_path, entity->name()));
         return std::nullopt;
     }
+    const InUse use(d->inUse);
+    if (!connect(error))
+        return std::nullopt;
     const bool ownTransaction = sqlite3_get_autocommit(d->db.get());
     if (ownTransaction && !d->exec(QStringLiteral("BEGIN IMMEDIATE"), error))
         return std::nullopt;
@@ -858,18 +1001,33 @@ HBPersistentStore::FetchResult HBPersistentStore::fetchRows(const HBEntityDescri
     QMutexLocker lock(&m_mutex);
     FetchResult result;
     HBStoreTable *t = d->table(entity);
-    if (!t || !m_model->configurationContains(m_configuration, entity) || Private::isEmpty(*t))
+    if (!t || !m_model->configurationContains(m_configuration, entity))
         return result;
     QString where = QStringLiteral("t.Z_ENT IN (%1)").arg(entityNumbers(entity));
     QVariantList binds;
     if (predicate.isValid()) {
         const auto condition = d->compile(*t, predicate, &binds);
+        // IDs of other files match nothing here, and asking every file for
+        // the extras of a segment's points would open them all
+        if (condition == QLatin1String("0"))
+            return result;
         if (condition)
             where += QStringLiteral(" AND (%1)").arg(*condition);
         else
             binds.clear();
         result.filtered = condition.has_value();
     }
+    const InUse use(d->inUse);
+    if (!connect(&result.error)) {
+        result.ok = false;
+        return result;
+    }
+    if (!d->ready(*t, &result.error)) {
+        result.ok = false;
+        return result;
+    }
+    if (Private::isEmpty(*t))
+        return result;
     QStringList order;
     bool wholeNumbers = true;
     for (const HBSortDescriptor &s : sortDescriptors) {
@@ -923,7 +1081,8 @@ std::optional<HBStoreRow> HBPersistentStore::rowForObjectID(const HBManagedObjec
 {
     QMutexLocker lock(&m_mutex);
     HBStoreTable *t = d->table(objectID.entity());
-    if (!t)
+    const InUse use(d->inUse);
+    if (!t || !connect(error) || !d->ready(*t, error))
         return std::nullopt;
     t->byKey.reset();
     t->byKey.bindInt64(1, objectID.primaryKey());
@@ -942,7 +1101,8 @@ qint64 HBPersistentStore::countRows(const HBEntityDescription *entity)
 {
     QMutexLocker lock(&m_mutex);
     const HBStoreTable *t = d->table(entity);
-    if (!t)
+    const InUse use(d->inUse);
+    if (!t || !connect(nullptr))
         return 0;
     HBSqliteStatement &count = d->queries.statement(
         QStringLiteral("SELECT COUNT(*) FROM %1 WHERE Z_ENT IN (%2)").arg(quoted(t->name), entityNumbers(entity)));
@@ -954,8 +1114,11 @@ qint64 HBPersistentStore::countRows(const HBEntityDescription *entity)
 bool HBPersistentStore::beginTransaction(HBError *error)
 {
     m_mutex.lock();
-    if (d->exec(QStringLiteral("BEGIN IMMEDIATE"), error))
-        return true;
+    {
+        const InUse use(d->inUse);
+        if (connect(error) && d->exec(QStringLiteral("BEGIN IMMEDIATE"), error))
+            return true;
+    }
     m_mutex.unlock();
     return false;
 }
@@ -985,6 +1148,8 @@ bool HBPersistentStore::insertRows(std::span<const NewRow> rows, HBError *error)
                                  QStringLiteral("%1 holds no %2").arg(m_path, rows[first].entity->name()));
             return false;
         }
+        if (!d->ready(*t, error))
+            return false;
         // the rows of this table that come next, as many as one statement takes
         size_t end = first + 1;
         while (end < rows.size() && end - first < size_t(t->rowsPerInsertMany)
@@ -1039,7 +1204,7 @@ bool HBPersistentStore::updateRow(qint64 primaryKey, const HBEntityDescription *
                                   HBError *error)
 {
     HBStoreTable *t = d->table(entity);
-    if (!t)
+    if (!t || !d->ready(*t, error))
         return false;
     HBSqliteStatement &s = t->update;
     s.startRow();
@@ -1057,7 +1222,7 @@ bool HBPersistentStore::updateRow(qint64 primaryKey, const HBEntityDescription *
 bool HBPersistentStore::deleteRow(qint64 primaryKey, const HBEntityDescription *entity, HBError *error)
 {
     HBStoreTable *t = d->table(entity);
-    if (!t)
+    if (!t || !d->ready(*t, error))
         return false;
     HBSqliteStatement &s = t->remove;
     s.reset();
@@ -1113,6 +1278,9 @@ bool HBPersistentStore::recordSaveToken(const QString &token, const QStringList 
 std::optional<bool> HBPersistentStore::holdsSaveToken(const QString &token, HBError *error)
 {
     QMutexLocker lock(&m_mutex);
+    const InUse use(d->inUse);
+    if (!connect(error))
+        return std::nullopt;
     HBSqliteStatement s(d->db.get(), QStringLiteral("SELECT 1 FROM Z_SAVELOG WHERE Z_TOKEN = ?"));
     s.bindText(1, token);
     bool ok = false;

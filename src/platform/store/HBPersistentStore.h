@@ -27,8 +27,13 @@ class HBPredicate;
 // Lifecycle:
 //  1. constructed (nothing open)  2. load(): file opened or created, journal
 //  in WAL mode, schema brought up to date in one transaction, identifier
-//  read or minted  3. rows read and written, writes only between
-//  beginTransaction() and commit()/rollback()  4. destroyed: file closed.
+//  read or minted; or loadLater(): known by the identifier it was last seen
+//  with, opened and checked at its first use  3. rows read and written,
+//  writes only between beginTransaction() and commit()/rollback()
+//  4. destroyed: file closed.
+// The connection is opened when a call needs it and may be closed between
+// calls when the process has too many open (see HBStoreConnectionLimit);
+// the store stays usable and keeps its identifier throughout.
 // Every call takes the store's mutex, so one store may serve several threads.
 class HBPersistentStore
 {
@@ -39,6 +44,11 @@ public:
     HBPersistentStore &operator=(const HBPersistentStore &) = delete;
 
     bool load(HBError *error);
+    void loadLater(const QString &identifier);
+    // Closes the connection unless a call or a transaction is using it or
+    // another thread holds the store; true when it is closed.
+    bool closeConnectionIfIdle();
+    bool isConnected() const;
 
     QString path() const { return m_path; }
     QUrl URL() const { return QUrl::fromLocalFile(m_path); }
@@ -105,6 +115,9 @@ public:
     static QString errorDomain() { return QStringLiteral("HBPersistentStoreErrorDomain"); }
 
 private:
+    // Opens the connection when it is closed; with the mutex held.
+    bool connect(HBError *error);
+
     struct Private;
     std::unique_ptr<Private> d;
     const HBManagedObjectModel *m_model;

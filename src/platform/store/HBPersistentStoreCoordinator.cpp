@@ -20,10 +20,12 @@ HBPersistentStoreCoordinator::HBPersistentStoreCoordinator(const HBManagedObject
 HBPersistentStoreCoordinator::~HBPersistentStoreCoordinator() = default;
 
 HBPersistentStore *HBPersistentStoreCoordinator::addPersistentStore(const QString &configuration, const QString &path,
-                                                                    HBError *error)
+                                                                    HBError *error, const QString &knownIdentifier)
 {
     auto store = std::make_unique<HBPersistentStore>(m_model, QFileInfo(path).absoluteFilePath(), configuration);
-    if (!store->load(error))
+    if (!knownIdentifier.isEmpty())
+        store->loadLater(knownIdentifier);
+    else if (!store->load(error))
         return nullptr;
     QWriteLocker lock(&m_storesLock);
     m_stores.push_back(std::move(store));

@@ -36,8 +36,11 @@ public:
     const HBManagedObjectModel *managedObjectModel() const { return m_model; }
 
     // Opens (or creates) an SQLite file under a configuration ("" for every
-    // entity). Stores run with the write-ahead journal.
-    HBPersistentStore *addPersistentStore(const QString &configuration, const QString &path, HBError *error);
+    // entity). Stores run with the write-ahead journal. With the identifier
+    // the file is known by, it is added without being opened, and opened at
+    // its first use.
+    HBPersistentStore *addPersistentStore(const QString &configuration, const QString &path, HBError *error,
+                                          const QString &knownIdentifier = {});
     QList<HBPersistentStore *> persistentStores() const;
     // Changes whenever a store is added, so that callers may cache lookups.
     quint64 storesGeneration() const { return m_storesGeneration.load(); }

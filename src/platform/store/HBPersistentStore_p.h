@@ -22,6 +22,7 @@ struct HBStoreColumn
     Kind kind = Kind::Attribute;
     HBAttributeType type = HBAttributeType::String;
     const HBEntityDescription *destination = nullptr;
+    bool indexed = false;
 };
 
 struct HBStoreTable
@@ -45,4 +46,10 @@ struct HBStoreTable
     HBSqliteStatement remove;
     HBSqliteStatement byKey;
     HBSqliteStatement anyRow;
+    // Prepared on the table's first use after the connection opened: a
+    // connection that is opened again and again (one of many period files)
+    // mostly writes or reads just one table, and the statement that inserts
+    // many rows at once takes SQLite longer to prepare than a few rows take
+    // to write.
+    bool prepared = false;
 };

@@ -28,6 +28,9 @@ struct HBPropertyDescription
 
     // attributes
     HBAttributeType attributeType = HBAttributeType::String;
+    // Looked up by value often enough to be worth an index in every file
+    // that stores it; a decimal is indexed as the number it compares as.
+    bool isIndexed = false;
 
     // relationships
     QString destinationEntityName;
