@@ -16,7 +16,9 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QDeadlineTimer>
 #include <QScopeGuard>
+#include <QThread>
 #include <QUuid>
 #include <QVarLengthArray>
 
@@ -784,9 +786,18 @@ bool HBPersistentStore::Private::open(const QString &path, HBError *error)
     // power loss. Pages of 16 KiB (for new files; a file keeps the size it
     // was made with) quarter the pages, and the writes, of a save of many
     // rows.
-    return exec(QStringLiteral("PRAGMA page_size = 16384; PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; "
-                               "PRAGMA foreign_keys = OFF"),
-                error);
+    const QString setUp = QStringLiteral("PRAGMA page_size = 16384; PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; "
+                                         "PRAGMA foreign_keys = OFF");
+    // Turning a new file's journal to write-ahead does not wait for a
+    // process that is doing the same to the same file, as every other
+    // statement does: two programs started at once would find it locked.
+    QDeadlineTimer patience(kBusyTimeoutMs);
+    while (!exec(setUp, error)) {
+        if ((sqlite3_errcode(raw) & 0xff) != SQLITE_BUSY || patience.hasExpired())
+            return false;
+        QThread::msleep(5);
+    }
+    return true;
 }
 
 // In one transaction: the tables made or given their new columns, the
