@@ -11,6 +11,7 @@
 #include "platform/store/HBPersistentStore.h"
 #include "platform/store/HBPersistentStoreCoordinator.h"
 #include "platform/store/HBSaveNote.h"
+#include "platform/store/HBStoreTransaction.h"
 
 #include <QRunnable>
 #include <QThread>
@@ -932,14 +933,15 @@ enum WritePart : unsigned { Inserts = 1, Updates = 2, Deletes = 4, AllParts = 7 
 // One transaction: the store holds all of these rows or none of them.
 // `beforeCommit` adds what else the transaction must carry.
 bool writeToStore(HBPersistentStore *store, const PendingChanges &c, unsigned parts, HBError *failure,
-                  const std::function<bool(HBError *)> &beforeCommit = {})
+                  const std::function<bool(HBStoreTransaction &, HBError *)> &beforeCommit = {})
 {
-    if (!store->beginTransaction(failure))
+    HBStoreTransaction transaction(*store);
+    if (!transaction.begin(failure))
         return false;
     bool ok = true;
     // handed over a slice at a time, so that a million rows need no second list
     constexpr size_t rowsPerSlice = 4096;
-    std::vector<HBPersistentStore::NewRow> slice;
+    std::vector<HBStoreTransaction::NewRow> slice;
     const size_t inserted = (parts & Inserts) ? c.inserted.size() : 0;
     for (size_t first = 0; ok && first < inserted; first += rowsPerSlice) {
         slice.clear();
@@ -947,19 +949,15 @@ bool writeToStore(HBPersistentStore *store, const PendingChanges &c, unsigned pa
             const HBManagedObject *object = c.inserted[i];
             slice.push_back({object->objectID().primaryKey(), object->entity(), &HBManagedObjectContext::valuesOf(object)});
         }
-        ok = store->insertRows(slice, failure);
+        ok = transaction.insertRows(slice, failure);
     }
     for (auto it = c.updated.begin(); ok && (parts & Updates) && it != c.updated.end(); ++it)
-        ok = store->updateRow((*it)->objectID().primaryKey(), (*it)->entity(), HBManagedObjectContext::valuesOf(*it), failure);
+        ok = transaction.updateRow((*it)->objectID().primaryKey(), (*it)->entity(), HBManagedObjectContext::valuesOf(*it), failure);
     for (auto it = c.deleted.begin(); ok && (parts & Deletes) && it != c.deleted.end(); ++it)
-        ok = store->deleteRow((*it)->objectID().primaryKey(), (*it)->entity(), failure);
+        ok = transaction.deleteRow((*it)->objectID().primaryKey(), (*it)->entity(), failure);
     if (ok && beforeCommit)
-        ok = beforeCommit(failure);
-    if (!ok) {
-        store->rollback();
-        return false;
-    }
-    return store->commit(failure);
+        ok = beforeCommit(transaction, failure);
+    return ok && transaction.commit(failure);
 }
 
 // Each store file has a connection and a lock of its own, so the stores
@@ -1079,7 +1077,9 @@ bool writeInOrder(HBPersistentStoreCoordinator *coordinator, const QList<HBPersi
     }
     const QStringList finished = coordinator->takeFinishedSaves();
     HBError lastFailure;
-    const auto recordToken = [&](HBError *failure) { return last->recordSaveToken(note.token, finished, failure); };
+    const auto recordToken = [&](HBStoreTransaction &transaction, HBError *failure) {
+        return transaction.recordSaveToken(note.token, finished, failure);
+    };
     if (!writeToStore(last, *work.constFind(last), AllParts, &lastFailure, recordToken)) {
         for (const QString &token : finished)
             coordinator->noteFinishedSave(token);

@@ -287,7 +287,7 @@ struct HBPersistentStore::Private
     }
     bool bindRow(HBStoreTable &t, HBSqliteStatement &stmt, int firstParameter, const HBEntityDescription *entity,
                  const HBRowValues &values);
-    bool insertWith(HBStoreTable &t, HBSqliteStatement &s, std::span<const HBPersistentStore::NewRow> rows);
+    bool insertWith(HBStoreTable &t, HBSqliteStatement &s, std::span<const HBStoreTransaction::NewRow> rows);
     static void bindValue(const HBStoreColumn &column, HBSqliteStatement &stmt, int parameter, const QVariant &value);
     HBStoreRow readRow(const HBStoreTable &t, const HBSqliteStatement &stmt, RepeatedTexts &texts) const;
     // An empty table answers a fetch at once: a segment's points ask every
@@ -1149,7 +1149,7 @@ void HBPersistentStore::rollback()
     m_mutex.unlock();
 }
 
-bool HBPersistentStore::insertRows(std::span<const NewRow> rows, HBError *error)
+bool HBPersistentStore::insertRows(std::span<const HBStoreTransaction::NewRow> rows, HBError *error)
 {
     for (size_t first = 0; first < rows.size();) {
         HBStoreTable *t = d->table(rows[first].entity);
@@ -1166,9 +1166,9 @@ bool HBPersistentStore::insertRows(std::span<const NewRow> rows, HBError *error)
         while (end < rows.size() && end - first < size_t(t->rowsPerInsertMany)
                && rows[end].entity->rootEntity() == t->root)
             ++end;
-        const std::span<const NewRow> run = rows.subspan(first, end - first);
+        const std::span<const HBStoreTransaction::NewRow> run = rows.subspan(first, end - first);
         const bool many = t->rowsPerInsertMany > 0 && run.size() == size_t(t->rowsPerInsertMany);
-        const auto inserted = [&](HBSqliteStatement &s, std::span<const NewRow> some) {
+        const auto inserted = [&](HBSqliteStatement &s, std::span<const HBStoreTransaction::NewRow> some) {
             if (d->insertWith(*t, s, some))
                 return true;
             if (error) {
@@ -1195,7 +1195,7 @@ bool HBPersistentStore::insertRows(std::span<const NewRow> rows, HBError *error)
 }
 
 // The rows fill the statement's rows of parameters one after the other.
-bool HBPersistentStore::Private::insertWith(HBStoreTable &t, HBSqliteStatement &s, std::span<const NewRow> rows)
+bool HBPersistentStore::Private::insertWith(HBStoreTable &t, HBSqliteStatement &s, std::span<const HBStoreTransaction::NewRow> rows)
 {
     const int parametersPerRow = int(t.columns.size()) + 2;
     s.startRow();

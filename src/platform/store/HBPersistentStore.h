@@ -3,6 +3,7 @@
 #include "platform/HBError.h"
 #include "platform/store/HBSortDescriptor.h"
 #include "platform/store/HBStoreRow.h"
+#include "platform/store/HBStoreTransaction.h"
 
 #include <QList>
 #include <QRecursiveMutex>
@@ -28,9 +29,8 @@ class HBPredicate;
 //  1. constructed (nothing open)  2. load(): file opened or created, journal
 //  in WAL mode, schema brought up to date in one transaction, identifier
 //  read or minted; or loadLater(): known by the identifier it was last seen
-//  with, opened and checked at its first use  3. rows read and written,
-//  writes only between beginTransaction() and commit()/rollback()
-//  4. destroyed: file closed.
+//  with, opened and checked at its first use  3. rows read, and written
+//  only inside an HBStoreTransaction  4. destroyed: file closed.
 // The connection is opened when a call needs it and may be closed between
 // calls when the process has too many open (see HBStoreConnectionLimit);
 // the store stays usable and keeps its identifier throughout.
@@ -82,41 +82,29 @@ public:
     std::optional<HBStoreRow> rowForObjectID(const HBManagedObjectID &objectID, HBError *error = nullptr);
     qint64 countRows(const HBEntityDescription *entity);
 
-    bool beginTransaction(HBError *error);
-    bool commit(HBError *error);
-    void rollback();
-    // A row to insert; the values stay the caller's.
-    struct NewRow
-    {
-        qint64 primaryKey = 0;
-        const HBEntityDescription *entity = nullptr;
-        const HBRowValues *values = nullptr;
-    };
-    // In the order given. Stops at the first row the file refuses, keeping
-    // the rows before it: roll the transaction back after a failure.
-    bool insertRows(std::span<const NewRow> rows, HBError *error);
-    bool updateRow(qint64 primaryKey, const HBEntityDescription *entity, const HBRowValues &values, HBError *error);
-    bool deleteRow(qint64 primaryKey, const HBEntityDescription *entity, HBError *error);
-    // Every row of the entity's table with a key from first to last.
-    bool deleteRows(const HBEntityDescription *entity, qint64 firstKey, qint64 lastKey, HBError *error,
-                    qint64 *deleted = nullptr);
+    // Writes go through an HBStoreTransaction.
 
-    // A save across several files marks, inside its transaction on the file
-    // it commits last, that it reached that file, so that a save cut off
-    // between its commits can later tell whether it was decided; marks of
-    // saves known to be finished are dropped in the same transaction.
-    bool recordSaveToken(const QString &token, const QStringList &forget, HBError *error);
-    // Whether the save marked with the token committed here; nothing when
-    // the file could not be read.
+    // Whether the save marked with the token committed here (see
+    // HBStoreTransaction::recordSaveToken); nothing when the file could not
+    // be read.
     std::optional<bool> holdsSaveToken(const QString &token, HBError *error);
-
-    QRecursiveMutex &mutex() { return m_mutex; }
 
     static QString errorDomain() { return QStringLiteral("HBPersistentStoreErrorDomain"); }
 
 private:
+    friend class HBStoreTransaction;
     // Opens the connection when it is closed; with the mutex held.
     bool connect(HBError *error);
+    // The transaction's side: begin takes the mutex and, on success, keeps
+    // it until commit or rollback; the calls between need it held.
+    bool beginTransaction(HBError *error);
+    bool commit(HBError *error);
+    void rollback();
+    bool insertRows(std::span<const HBStoreTransaction::NewRow> rows, HBError *error);
+    bool updateRow(qint64 primaryKey, const HBEntityDescription *entity, const HBRowValues &values, HBError *error);
+    bool deleteRow(qint64 primaryKey, const HBEntityDescription *entity, HBError *error);
+    bool deleteRows(const HBEntityDescription *entity, qint64 firstKey, qint64 lastKey, HBError *error, qint64 *deleted);
+    bool recordSaveToken(const QString &token, const QStringList &forget, HBError *error);
 
     struct Private;
     std::unique_ptr<Private> d;

@@ -5,6 +5,7 @@
 #include "platform/store/HBManagedObjectID.h"
 #include "platform/store/HBManagedObjectModel.h"
 #include "platform/store/HBPersistentStore.h"
+#include "platform/store/HBStoreTransaction.h"
 
 #include "platform/HBLogging.h"
 
@@ -261,17 +262,17 @@ bool HBPersistentStoreCoordinator::removeNotedRows(const QList<HBSaveNote::Store
             store = opened->load(&error) ? opened.get() : nullptr;
         }
         qint64 removed = 0;
-        bool ok = store && store->beginTransaction(&error);
+        std::optional<HBStoreTransaction> transaction;
+        if (store)
+            transaction.emplace(*store);
+        bool ok = transaction && transaction->begin(&error);
         for (auto it = noted.rows.begin(); ok && it != noted.rows.end(); ++it) {
             const HBEntityDescription *entity = m_model->entityNamed(it->entityName);
             qint64 count = 0;
-            ok = entity && store->deleteRows(entity, it->first, it->last, &error, &count);
+            ok = entity && transaction->deleteRows(entity, it->first, it->last, &error, &count);
             removed += count;
         }
-        if (ok)
-            ok = store->commit(&error);
-        else if (store)
-            store->rollback();
+        ok = ok && transaction->commit(&error);
         if (ok) {
             if (removed > 0)
                 qCWarning(hbStore).noquote() << QStringLiteral("Removed %1 rows %2 from %3.").arg(removed).arg(done, noted.path);
