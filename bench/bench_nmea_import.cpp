@@ -56,6 +56,7 @@ int main(int argc, char **argv)
     HBTrackManager::sharedBackgroundThreadTrackManager()->managedObjectContext();
 
     HBNMEAImportOperation operation;
+    operation.setImportContexts(HBTrackManager::sharedTrackManager()->importContexts());
     operation.setFilePath(QString::fromLocal8Bit(argv[1]));
     QElapsedTimer timer;
     timer.start();

@@ -76,6 +76,7 @@ int main(int argc, char **argv)
         operation = std::make_shared<HBTCXFileImportOperation>();
     else
         operation = std::make_shared<HBGPXFileImportOperation>();
+    operation->setImportContexts(HBTrackManager::sharedTrackManager()->importContexts());
     operation->setFilePath(path);
     operation->setImportDate(QDateTime::currentDateTimeUtc());
 

@@ -8,6 +8,7 @@
 #include "model/HBTrack.h"
 #include "model/HBTrackDataModel.h"
 #include "model/HBWaypoint.h"
+#include "platform/HBBackgroundWork.h"
 #include "platform/HBFileName.h"
 #include "platform/HBMainThread.h"
 #include "platform/store/HBEntityDescription.h"
@@ -24,7 +25,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
-#include <QThreadPool>
 
 #include <cerrno>
 #include <sys/ioctl.h>
@@ -225,7 +225,7 @@ bool parseCommand(QCommandLineParser &parser, const QStringList &arguments, QTex
 void waitForBackgroundWork()
 {
     HBMainThread::waitUntil(
-        [](std::chrono::milliseconds slice) { return QThreadPool::globalInstance()->waitForDone(int(slice.count())); });
+        [](std::chrono::milliseconds slice) { return HBBackgroundWork::waitForDone(slice); });
 }
 
 // "-", or a path that leads to standard output (/dev/stdout, say, when it

@@ -3,6 +3,7 @@
 #include "model/HBImportSource.h"
 #include "platform/HBError.h"
 #include "platform/HBFileName.h"
+#include "platform/HBLogging.h"
 #include "platform/store/HBManagedObjectContext.h"
 
 #include <QFile>
@@ -43,6 +44,14 @@ void HBFileImportOperation::setSharedManagedObjectContext(HBManagedObjectContext
 {
     m_ownedContext.reset();
     m_context = context;
+}
+
+bool HBFileImportOperation::hasImportContexts() const
+{
+    if (m_contexts.newContext && m_contexts.sharedContext)
+        return true;
+    qCWarning(hbImport).noquote() << "No store to import" << m_filePath << "into: the operation was queued without contexts.";
+    return false;
 }
 
 void HBFileImportOperation::setFilePath(const QString &path)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "import/HBImportContexts.h"
 #include "import/HBImportReport.h"
 #include "platform/HBOperation.h"
 
@@ -15,16 +16,17 @@ class HBManagedObjectContext;
 
 // The common base of the operations that read one file into the track
 // database. It parses nothing and has no main(): each importer supplies
-// main() and there (1) gets a context of the background track manager and
-// hands it to setManagedObjectContext, (2) does all its record work inside
+// main() and there (1) takes a context from its importContexts() and hands
+// it to setManagedObjectContext, (2) does all its record work inside
 // that context's performBlock / performBlockAndWait, (3) makes the file's
 // import source with insertImportSource, and (4) saves the context before
 // main() returns, noting in its report what it kept, the first problem of
 // the file and how the save went.
 //
 // Life cycle:
-//   1. configured, on the thread that queues the import: setFilePath (which
-//      measures the file), then setImportDate; the manager then reads
+//   1. configured, on the thread that queues the import: setImportContexts,
+//      setFilePath (which measures the file), then setImportDate; the
+//      manager then reads
 //      numberOfCharacters for its progress total and queues the operation;
 //   2. running, on an import-queue thread: main() as above, moving
 //      currentCharacter forward as the file is read (optional);
@@ -45,6 +47,9 @@ public:
 
     // The context the records are made in; null until main() sets it.
     HBManagedObjectContext *managedObjectContext() const { return m_context; }
+    // Where main() finds its context; without them it imports nothing.
+    const HBImportContexts &importContexts() const { return m_contexts; }
+    void setImportContexts(HBImportContexts contexts) { m_contexts = std::move(contexts); }
 
     QString filePath() const { return m_filePath; }
     // Also measures the file at once, on the caller's thread.
@@ -76,12 +81,13 @@ protected:
     HBFileImportOperation();
 
     // A context that the operation owns from now on, such as a fresh one
-    // from the background manager's newManagedObjectContext(); it goes
-    // with the operation.
+    // from importContexts().newContext; it goes with the operation.
     void setManagedObjectContext(std::unique_ptr<HBManagedObjectContext> context);
     // A context that stays its owner's and outlives the operation, such as
-    // the background manager's own root context.
+    // importContexts().sharedContext.
     void setSharedManagedObjectContext(HBManagedObjectContext *context);
+    // False, logged, for an operation queued without contexts.
+    bool hasImportContexts() const;
 
     // Inserts the record of this file into the context (on the context's
     // queue): source type 1, the file path, its last path component as the
@@ -98,6 +104,7 @@ protected:
     void noteSaveFailure(const HBError &error);
 
 private:
+    HBImportContexts m_contexts;
     std::unique_ptr<HBManagedObjectContext> m_ownedContext;
     HBManagedObjectContext *m_context = nullptr;
     QString m_filePath;

@@ -6,9 +6,17 @@
 
 #include <QFileInfo>
 
-std::shared_ptr<HBFileImportOperation> HBImportOperationFactory::operationForPath(const QString &path)
+std::shared_ptr<HBFileImportOperation> HBImportOperationFactory::operationForPath(const QString &path,
+                                                                                const HBImportContexts &contexts)
 {
-    const QString extension = QFileInfo(path).suffix().toLower();
+    std::shared_ptr<HBFileImportOperation> operation = operationForExtension(QFileInfo(path).suffix().toLower());
+    if (operation)
+        operation->setImportContexts(contexts);
+    return operation;
+}
+
+std::shared_ptr<HBFileImportOperation> HBImportOperationFactory::operationForExtension(const QString &extension)
+{
     if (extension == QLatin1String("tcx"))
         return std::make_shared<HBTCXFileImportOperation>();
     if (extension == QLatin1String("gpx"))

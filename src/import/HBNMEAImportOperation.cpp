@@ -1,6 +1,5 @@
 #include "import/HBNMEAImportOperation.h"
 
-#include "manager/HBTrackManager.h"
 #include "model/HBImportSource.h"
 #include "model/HBTrack.h"
 #include "model/HBTrackPoint.h"
@@ -158,7 +157,9 @@ HBNMEAImportOperation::~HBNMEAImportOperation() = default;
 
 void HBNMEAImportOperation::main()
 {
-    setSharedManagedObjectContext(HBTrackManager::sharedBackgroundThreadTrackManager()->managedObjectContext());
+    if (!hasImportContexts())
+        return;
+    setSharedManagedObjectContext(importContexts().sharedContext);
     m_trackPoints.clear();
     m_errorLog.clear();
     m_linesWithErrors = 0;
@@ -381,10 +382,9 @@ bool HBNMEAImportOperation::saveImportSource()
         noteSaved();
     } else {
         noteSaveFailure(error);
-        HBTrackManager::presentError(error);
-        qCWarning(hbImport).noquote() << error.localizedDescription();
-        qCWarning(hbImport).noquote() << error.detailedErrorsDescription();
-        qCWarning(hbImport).noquote() << "Error occurred in the NMEA parser trying to save to Core Data";
+        if (importContexts().presentError)
+            importContexts().presentError(error);
+        error.log(hbImport(), QStringLiteral("Error occurred in the NMEA parser trying to save to Core Data"));
     }
     context->reset();
     m_trackPoints.clear();

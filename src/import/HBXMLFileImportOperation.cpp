@@ -1,7 +1,6 @@
 #include "import/HBXMLFileImportOperation.h"
 
 #include "import/ExpatXMLParser.h"
-#include "manager/HBTrackManager.h"
 #include "model/HBEvent.h"
 #include "model/HBImportSource.h"
 #include "model/HBTrack.h"
@@ -93,7 +92,9 @@ HBXMLFileImportOperation::~HBXMLFileImportOperation() = default;
 
 void HBXMLFileImportOperation::main()
 {
-    setManagedObjectContext(HBTrackManager::sharedBackgroundThreadTrackManager()->newManagedObjectContext());
+    if (!hasImportContexts())
+        return;
+    setManagedObjectContext(importContexts().newContext());
     HBManagedObjectContext *context = managedObjectContext();
     m_xmlParser = ExpatXMLParser::fromContentsOfFile(filePath());
     m_xmlParser->setDelegate(this);

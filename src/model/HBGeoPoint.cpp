@@ -1,6 +1,5 @@
 #include "model/HBGeoPoint.h"
 
-#include "manager/HBTrackManager.h"
 #include "model/HBAdditionsTable.h"
 #include "model/HBGeoPointSymbol.h"
 #include "model/HBTrackDataModel.h"
@@ -55,11 +54,6 @@ std::optional<qint64> asInteger(const QVariant &value)
 
 } // namespace
 
-void HBGeoPoint::awakeFromInsert()
-{
-    HBTrackManager::assignToStore(this, QDateTime());
-}
-
 int HBGeoPoint::slotOf(Attribute attribute)
 {
     static const std::array<int, size_t(Attribute::Count)> slotByAttribute = [] {
@@ -110,7 +104,8 @@ void HBGeoPoint::setDate(const QDateTime &date)
 {
     const QDateTime utc = date.isValid() ? date.toUTC() : QDateTime();
     setPrimitiveValue(slotOf(Attribute::Date), utc.isValid() ? QVariant(utc) : QVariant());
-    HBTrackManager::assignToStore(this, utc);
+    // the store of a point not yet saved is that of its date
+    routingKeyDidChange(utc);
 }
 
 QDateTime HBGeoPoint::localDate() const

@@ -144,7 +144,6 @@ public:
     static std::optional<HBDecimal> decimalFromAdditionsValue(const QVariant &value);
     void setAdditionsTableValue(const QVariant &value, const QString &key);
 
-    void awakeFromInsert() override;
 
 protected:
     QVariant valueForUndefinedKey(const QString &key) const override;

@@ -1,8 +1,8 @@
 #include "model/HBTrack.h"
 
-#include "manager/HBTrackManager.h"
 #include "model/HBAdditionsTable.h"
 #include "model/HBGeoPoint.h"
+#include "model/HBTrackDataModel.h"
 #include "model/HBTrackGeometry.h"
 #include "model/HBTrackPoint.h"
 #include "model/HBTrackSegment.h"
@@ -250,7 +250,7 @@ QString HBTrack::cacheFileName() const
 
 QString HBTrack::projectionsFolder() const
 {
-    return HBTrackManager::cacheFolder() + u'/' + objectID().storeIdentifier() + QStringLiteral("/GeometryProjections");
+    return HBTrackDataModel::cacheFolder() + u'/' + objectID().storeIdentifier() + QStringLiteral("/GeometryProjections");
 }
 
 QString HBTrack::geometryCachePathForSRID(qint64 srid) const

@@ -10,7 +10,12 @@
 #include "model/HBTrackSegment.h"
 #include "model/HBTrackSegmentPointURIs.h"
 #include "model/HBWaypoint.h"
+#include "platform/HBLogging.h"
 #include "platform/store/HBManagedObjectModel.h"
+
+#include <QDir>
+#include <QMutex>
+#include <QStandardPaths>
 
 namespace {
 
@@ -179,4 +184,18 @@ const HBManagedObjectModel *HBTrackDataModel::model()
 {
     static const HBManagedObjectModel *const model = buildModel();
     return model;
+}
+
+QString HBTrackDataModel::cacheFolder()
+{
+    static QMutex lock;
+    static QString folder;
+    QMutexLocker locker(&lock);
+    if (folder.isEmpty()) {
+        folder = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation)
+                 + QStringLiteral("/Fernwick/TrackManagerDatabase");
+        if (!QDir().mkpath(folder))
+            qCWarning(hbModel).noquote() << "The cache folder" << folder << "could not be made.";
+    }
+    return folder;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QString>
+
 class HBManagedObjectModel;
 
 // The library's data model: points, waypoints, symbols and their extra
@@ -10,5 +12,10 @@ namespace HBTrackDataModel {
 
 // Built on first use, then shared read-only for the life of the process.
 const HBManagedObjectModel *model();
+
+// Where records keep what can be made again from the stores (a track's
+// geometry per projection): "<Caches>/Fernwick/TrackManagerDatabase", made
+// on first call.
+QString cacheFolder();
 
 }

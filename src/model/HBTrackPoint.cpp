@@ -71,11 +71,8 @@ void HBTrackPoint::willSave()
     if (!segment)
         return;
     HBError error;
-    if (segment->objectID().isTemporaryID() && !managedObjectContext()->obtainPermanentIDsForObjects({segment}, &error)) {
-        qCWarning(hbModel).noquote() << error.localizedDescription();
-        qCWarning(hbModel).noquote() << error.detailedErrorsDescription();
-        qCWarning(hbModel).noquote() << "Error occurred in HBTrackPoint willSave";
-    }
+    if (segment->objectID().isTemporaryID() && !managedObjectContext()->obtainPermanentIDsForObjects({segment}, &error))
+        error.log(hbModel(), QStringLiteral("Error occurred in HBTrackPoint willSave"));
     const QString uri = segment->uriString();
     if (uri != trackSegmentURI())
         setPrimitiveValue(trackSegmentURISlot(), uri);

@@ -2,7 +2,6 @@
 
 #include "kits/geometry/HBEarthDistance.h"
 #include "kits/geometry/HBMultiPointGeometry.h"
-#include "manager/HBTrackManager.h"
 #include "model/HBPointURIList.h"
 #include "model/HBTrack.h"
 #include "model/HBTrackPoint.h"
@@ -14,7 +13,7 @@
 #include "platform/store/HBPersistentStoreCoordinator.h"
 #include "platform/store/HBPropertyDescription.h"
 
-#include <QThreadPool>
+#include <QMutex>
 
 #include <algorithm>
 
@@ -333,6 +332,34 @@ void HBTrackSegment::dropPointURIs()
     managedObjectContext()->deleteObject(record);
 }
 
+namespace {
+
+QMutex &pointRemovalLock()
+{
+    static QMutex lock;
+    return lock;
+}
+
+HBTrackSegment::PointRemoval &installedPointRemoval()
+{
+    static HBTrackSegment::PointRemoval removal;
+    return removal;
+}
+
+HBTrackSegment::PointRemoval pointRemoval()
+{
+    QMutexLocker lock(&pointRemovalLock());
+    return installedPointRemoval();
+}
+
+} // namespace
+
+void HBTrackSegment::setPointRemoval(PointRemoval removal)
+{
+    QMutexLocker lock(&pointRemovalLock());
+    installedPointRemoval() = std::move(removal);
+}
+
 void HBTrackSegment::deletePointsFromStore(const QList<HBTrackPoint *> &doomed)
 {
     if (!trackPointURIs())
@@ -341,9 +368,8 @@ void HBTrackSegment::deletePointsFromStore(const QList<HBTrackPoint *> &doomed)
     ids.reserve(doomed.size());
     for (const HBTrackPoint *p : doomed)
         ids.append(p->objectID());
-    // the segment does not wait for its points to go
-    QThreadPool::globalInstance()->start(
-        [ids] { HBTrackManager::sharedBackgroundThreadTrackManager()->deletePointsWithIDs(ids); });
+    if (const PointRemoval removal = pointRemoval(); removal.withIDs)
+        removal.withIDs(ids);
     dropPointURIs();
 }
 
@@ -353,8 +379,8 @@ void HBTrackSegment::deleteAllPointsFromStore()
     const QByteArray data = record ? record->data() : QByteArray();
     if (data.isEmpty())
         return;
-    HBTrackManager::sharedBackgroundThreadTrackManager()->deletePointsWithURIs(
-        HBPointURIList::decode(data).value_or(QList<QUrl>()));
+    if (const PointRemoval removal = pointRemoval(); removal.withURIs)
+        removal.withURIs(HBPointURIList::decode(data).value_or(QList<QUrl>()));
     dropPointURIs();
 }
 

@@ -6,8 +6,10 @@
 #include <QDateTime>
 #include <QHash>
 #include <QList>
+#include <QUrl>
 #include <QVariant>
 
+#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
@@ -80,6 +82,16 @@ public:
     // Sends the points to background deletion and drops the URI list.
     void deletePointsFromStore(const QList<HBTrackPoint *> &points);
     void deleteAllPointsFromStore();
+    // Who takes points out of the store files for a segment that no longer
+    // holds them, without the segment waiting: the points live in files of
+    // their own, which whoever laid the stores out knows (the track
+    // manager); without it the points stay where they are.
+    struct PointRemoval
+    {
+        std::function<void(const QList<HBManagedObjectID> &)> withIDs;
+        std::function<void(const QList<QUrl> &)> withURIs;
+    };
+    static void setPointRemoval(PointRemoval removal);
 
     // As a map feature.
     QString featureName() const;

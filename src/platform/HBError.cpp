@@ -1,5 +1,6 @@
 #include "platform/HBError.h"
 
+#include <QLoggingCategory>
 #include <QStringList>
 
 HBError::HBError(QString domain, int code, QString description, QString failureReason)
@@ -16,4 +17,12 @@ QString HBError::detailedErrorsDescription() const
     for (const HBError &e : m_detailedErrors)
         parts << e.localizedDescription();
     return parts.join(QLatin1String("; "));
+}
+
+void HBError::log(const QLoggingCategory &category, const QString &where) const
+{
+    qCWarning(category).noquote() << m_description;
+    qCWarning(category).noquote() << detailedErrorsDescription();
+    if (!where.isEmpty())
+        qCWarning(category).noquote() << where;
 }

@@ -3,6 +3,8 @@
 #include <QList>
 #include <QString>
 
+class QLoggingCategory;
+
 // A failure as the library reports it: no exceptions cross the API, so an
 // operation that can fail returns false or an empty result and hands one of
 // these out. The detailed errors carry the causes of a compound failure
@@ -25,6 +27,11 @@ public:
     // The text of the detailed-errors entry as the store-error log prints
     // it: the descriptions of the causes, or an empty text when there are none.
     QString detailedErrorsDescription() const;
+
+    // The store-error log: the description, the detailed errors' text, then
+    // the line that says where it happened (left out when empty); the three
+    // lines are the system's own, kept word for word.
+    void log(const QLoggingCategory &category, const QString &where) const;
 
 private:
     QString m_domain;

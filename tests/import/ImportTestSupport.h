@@ -43,8 +43,10 @@ inline bool writeFile(const QString &path, const QByteArray &bytes)
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
 
-inline void runToEnd(const std::shared_ptr<HBOperation> &operation)
+// In the track manager's stores, as an import the manager queues.
+inline void runToEnd(const std::shared_ptr<HBFileImportOperation> &operation)
 {
+    operation->setImportContexts(HBTrackManager::sharedTrackManager()->importContexts());
     HBOperationQueue queue;
     queue.setMaxConcurrentOperationCount(1);
     queue.addOperation(operation);

@@ -142,6 +142,7 @@ class tst_HBNMEAImportOperation : public QObject
         auto operation = std::make_shared<HBNMEAImportOperation>();
         operation->setFilePath(path);
         operation->setImportDate(QDateTime(QDate(2024, 5, 6), QTime(7, 8, 9), Qt::UTC));
+        operation->setImportContexts(HBTrackManager::sharedTrackManager()->importContexts());
         HBOperationQueue queue;
         queue.addOperation(operation);
         queue.waitUntilAllOperationsAreFinished();

@@ -60,8 +60,8 @@ template<class Import> int importWith(const QString &path, QTextStream &out)
     const auto operation = std::make_shared<ParseErrorKeepingImport<Import>>();
     operation->setFilePath(path);
     operation->setImportDate(QDateTime::currentDateTimeUtc());
+    operation->setImportContexts(HBTrackManager::sharedTrackManager()->importContexts());
     HBOperationQueue queue;
-    queue.setMaxConcurrentOperationCount(1);
     queue.addOperation(operation);
     queue.waitUntilAllOperationsAreFinished();
     if (!operation->parseError.isNull())

@@ -6,6 +6,7 @@
 #include "model/HBTrackPoint.h"
 #include "model/HBTrackSegment.h"
 #include "model/HBWaypoint.h"
+#include "platform/HBBackgroundWork.h"
 #include "platform/HBMainThread.h"
 #include "platform/HBOperationQueue.h"
 #include "platform/store/HBManagedObjectContext.h"
@@ -14,7 +15,6 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QThreadPool>
 
 // Deleting what the user removes, checked in the files with SQLite itself,
 // and the queries the manager offers its host.
@@ -122,7 +122,7 @@ class tst_HBTrackManagerDeletion : public QObject
         QTRY_VERIFY_WITH_TIMEOUT(announced.count() > 0, 60000);
         m_manager->save();
         HBMainThread::waitUntil(
-            [](std::chrono::milliseconds slice) { return QThreadPool::globalInstance()->waitForDone(int(slice.count())); });
+            [](std::chrono::milliseconds slice) { return HBBackgroundWork::waitForDone(slice); });
     }
 
 private slots:
@@ -153,7 +153,7 @@ private slots:
         QSignalSpy announced(m_manager, &HBTrackManager::didDeleteObjects);
         m_manager->deleteObjects({source});
         QTRY_COMPARE_WITH_TIMEOUT(announced.count(), 6, 60000);
-        QThreadPool::globalInstance()->waitForDone();
+        HBBackgroundWork::waitForDone();
 
         QCOMPARE(rowsIn(files[0], QStringLiteral("HBGeoPoint")), qint64(10));
         for (int s = 1; s < 5; ++s)
@@ -226,7 +226,7 @@ private slots:
         QSignalSpy announced(m_manager, &HBTrackManager::didDeleteObjects);
         m_manager->deleteObjects({tracks.records.first(), waypoints.records.first()});
         QTRY_COMPARE_WITH_TIMEOUT(announced.count(), 3, 60000);
-        QThreadPool::globalInstance()->waitForDone();
+        HBBackgroundWork::waitForDone();
         QCOMPARE(rowsIn(pointFile(first), QStringLiteral("HBGeoPoint")), qint64(0));
         QCOMPARE(rowsIn(pointFile(first.addDays(10)), QStringLiteral("HBGeoPoint")), qint64(0));
         QCOMPARE(rowsIn(central(), QStringLiteral("HBGeoPoint"), QStringLiteral("name = 'loose'")), qint64(1));

@@ -7,13 +7,13 @@
 #include "model/HBTrackGeometry.h"
 #include "model/HBTrackPoint.h"
 #include "model/HBTrackSegment.h"
+#include "platform/HBBackgroundWork.h"
 #include "platform/store/HBManagedObjectContext.h"
 
 #include <QDir>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QThreadPool>
 
 // Tracks and segments over the manager's real files: the order rules of
 // editing, the statistics against a hand computation, the point list that
@@ -406,7 +406,7 @@ private slots:
                  qint64(0));
     }
 
-    void cleanupTestCase() { QThreadPool::globalInstance()->waitForDone(); }
+    void cleanupTestCase() { HBBackgroundWork::waitForDone(); }
 };
 
 QTEST_GUILESS_MAIN(tst_HBTrack)

@@ -19,6 +19,16 @@ public:
     HBFetchRequest() = default;
     explicit HBFetchRequest(QString entityName) : m_entityName(std::move(entityName)) {}
     static HBFetchRequest fetchRequestWithEntityName(const QString &entityName) { return HBFetchRequest(entityName); }
+    // Full objects of the entity matching the predicate, the relationships
+    // on the key paths loaded along in one fetch each.
+    static HBFetchRequest loaded(const QString &entityName, const HBPredicate &predicate, const QStringList &prefetch)
+    {
+        HBFetchRequest request(entityName);
+        request.setPredicate(predicate);
+        request.setRelationshipKeyPathsForPrefetching(prefetch);
+        request.setReturnsObjectsAsFaults(false);
+        return request;
+    }
 
     QString entityName() const { return m_entityName; }
     void setEntityName(const QString &name) { m_entityName = name; }

@@ -3,6 +3,9 @@
 #include "platform/HBLogging.h"
 #include "platform/store/HBEntityDescription.h"
 #include "platform/store/HBManagedObjectContext.h"
+#include "platform/store/HBManagedObjectModel.h"
+#include "platform/store/HBPersistentStoreCoordinator.h"
+#include "platform/store/HBStorePlacement.h"
 
 HBManagedObject::~HBManagedObject() = default;
 
@@ -31,6 +34,13 @@ QVariant HBManagedObject::primitiveValue(int slot) const
     fireFault();
     const QVariant *v = findSlot(slot);
     return v ? *v : QVariant();
+}
+
+void HBManagedObject::routingKeyDidChange(const QVariant &key)
+{
+    const HBPersistentStoreCoordinator *coordinator = m_context ? m_context->persistentStoreCoordinator() : nullptr;
+    if (HBStorePlacement *placement = coordinator ? coordinator->managedObjectModel()->storePlacement() : nullptr)
+        placement->placeObject(this, key);
 }
 
 void HBManagedObject::setPrimitiveValue(int slot, const QVariant &value, bool markChanged)

@@ -67,6 +67,9 @@ public:
     virtual void didSave() {}
 
 protected:
+    // An unsaved object whose store depends on one of its values says so
+    // when that value changes; see HBStorePlacement.
+    void routingKeyDidChange(const QVariant &key);
     virtual QVariant valueForUndefinedKey(const QString &key) const;
     const HBPropertyDescription *property(const QString &key) const;
     // objectForKey for a property looked up once by the caller

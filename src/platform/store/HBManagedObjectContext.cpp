@@ -11,6 +11,7 @@
 #include "platform/store/HBPersistentStore.h"
 #include "platform/store/HBPersistentStoreCoordinator.h"
 #include "platform/store/HBSaveNote.h"
+#include "platform/store/HBStorePlacement.h"
 #include "platform/store/HBStoreTransaction.h"
 
 #include <QRunnable>
@@ -384,6 +385,8 @@ HBManagedObject *HBManagedObjectContext::insertNewObjectForEntityForName(const Q
     d->insertedOrder.push_back(object);
     d->insertedByRoot[entity->rootEntity()].push_back(object);
     d->forgetAllMembers();
+    if (HBStorePlacement *placement = coordinator->managedObjectModel()->storePlacement())
+        placement->placeObject(object, QVariant());
     object->awakeFromInsert();
     return object;
 }

@@ -6,8 +6,11 @@
 #include <QSet>
 #include <QString>
 
+#include <atomic>
 #include <memory>
 #include <vector>
+
+class HBStorePlacement;
 
 // The entities of a data model and its named configurations (the subsets of
 // entities a store may be opened with). Built once, then finalised, then
@@ -35,7 +38,14 @@ public:
     bool configurationContains(const QString &configuration, const HBEntityDescription *entity) const;
     QStringList configurations() const { return m_configurations.keys(); }
 
+    // Where its inserted objects go (see HBStorePlacement); none by default.
+    // A model is shared read-only, but the layout that places its records
+    // may be made after it.
+    void setStorePlacement(HBStorePlacement *placement) const { m_placement.store(placement); }
+    HBStorePlacement *storePlacement() const { return m_placement.load(); }
+
 private:
+    mutable std::atomic<HBStorePlacement *> m_placement{nullptr};
     std::vector<std::unique_ptr<HBEntityDescription>> m_entities;
     std::vector<const HBEntityDescription *> m_byID;
     QHash<QString, HBEntityDescription *> m_byName;
