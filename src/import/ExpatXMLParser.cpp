@@ -4,6 +4,7 @@
 #include "import/ExpatEventRecorder.h"
 #include "import/ExpatLineCounter.h"
 #include "import/ExpatXMLParserDelegate.h"
+#include "platform/HBBackgroundWork.h"
 #include "platform/HBFileName.h"
 #include "platform/HBLogging.h"
 
@@ -15,7 +16,8 @@
 
 #include <algorithm>
 #include <optional>
-#include <thread>
+#include <future>
+#include <memory>
 #include <vector>
 
 // Lifecycle of one reader:
@@ -101,10 +103,16 @@ struct ExpatXMLParser::Private
 int ExpatXMLParser::Private::run(ExpatEventRecorder &recorder, ExpatEventQueue &queue)
 {
     {
-        std::thread thread([&recorder] { recorder.run(); });
+        // the reader runs as long as the delivery does, a batch ahead of it
+        auto read = std::make_shared<std::promise<void>>();
+        std::future<void> done = read->get_future();
+        HBBackgroundWork::startDedicated([&recorder, read] {
+            recorder.run();
+            read->set_value();
+        });
         const auto finish = qScopeGuard([&] {
             queue.stop();
-            thread.join();
+            done.wait();
         });
         for (bool more = true; more;) {
             std::unique_ptr<Batch> batch = queue.pop();

@@ -6,6 +6,7 @@
 #include "model/HBTrack.h"
 #include "model/HBTrackPoint.h"
 #include "model/HBTrackSegmentPointURIs.h"
+#include "platform/HBBackgroundWork.h"
 #include "platform/HBConcurrentFor.h"
 #include "platform/HBLogging.h"
 #include "platform/store/HBFetchRequest.h"
@@ -179,7 +180,7 @@ void HBTrackSegment::recalculateAttributes()
     const auto optionalValue = [](const std::optional<double> &v) { return v ? QVariant(*v) : QVariant(); };
     constexpr size_t legsMeasuredAside = 8192;
     if (located.size() > legsMeasuredAside) {
-        m_pendingDistance = std::async(std::launch::async, [positions = std::move(located)] { return pathLength(positions); });
+        m_pendingDistance = HBBackgroundWork::async([positions = std::move(located)] { return pathLength(positions); });
     } else {
         m_pendingDistance = {};
         setValueForKey(pathLength(located), QStringLiteral("distance"));

@@ -1,5 +1,6 @@
 #include "platform/HBBackgroundWork.h"
 
+#include <QDeadlineTimer>
 #include <QThread>
 #include <QThreadPool>
 
@@ -7,15 +8,26 @@
 
 namespace {
 
+QThreadPool *makePool(int maxThreads)
+{
+    auto *p = new QThreadPool;
+    p->setMaxThreadCount(maxThreads);
+    p->setExpiryTimeout(10000);
+    return p;
+}
+
 // Never destroyed: a job may still run while the process exits.
 QThreadPool &pool()
 {
-    static QThreadPool *threads = [] {
-        auto *p = new QThreadPool;
-        // a job may wait for a context's queue or the main thread: never fewer than two
-        p->setMaxThreadCount(std::max(2, QThread::idealThreadCount()));
-        return p;
-    }();
+    static QThreadPool *threads = makePool(std::max(2, QThread::idealThreadCount()));
+    return *threads;
+}
+
+// Its other lane: room for every job that waits for others, so that none
+// of them ever waits for a thread.
+QThreadPool &dedicated()
+{
+    static QThreadPool *threads = makePool(1024);
     return *threads;
 }
 
@@ -26,7 +38,19 @@ void HBBackgroundWork::start(std::function<void()> job)
     pool().start(std::move(job));
 }
 
+bool HBBackgroundWork::tryStart(std::function<void()> job)
+{
+    return pool().tryStart(std::move(job));
+}
+
+void HBBackgroundWork::startDedicated(std::function<void()> job)
+{
+    dedicated().start(std::move(job));
+}
+
 bool HBBackgroundWork::waitForDone(std::chrono::milliseconds timeout)
 {
-    return pool().waitForDone(int(timeout.count()));
+    const QDeadlineTimer deadline = timeout.count() < 0 ? QDeadlineTimer(QDeadlineTimer::Forever) : QDeadlineTimer(timeout);
+    const auto left = [&deadline] { return deadline.isForever() ? -1 : int(deadline.remainingTime()); };
+    return pool().waitForDone(left()) && dedicated().waitForDone(left());
 }

@@ -1,11 +1,13 @@
 #include "platform/HBConcurrentFor.h"
 
+#include "platform/HBBackgroundWork.h"
+
 #include <QThread>
 
 #include <algorithm>
 #include <atomic>
-#include <thread>
-#include <vector>
+#include <condition_variable>
+#include <mutex>
 
 void HBConcurrentFor(qsizetype count, const std::function<void(qsizetype)> &job)
 {
@@ -14,9 +16,30 @@ void HBConcurrentFor(qsizetype count, const std::function<void(qsizetype)> &job)
         for (qsizetype i = next++; i < count; i = next++)
             job(i);
     };
+    // Helpers only where a thread is free: the caller does whatever is left
+    // itself, so that it never waits for a helper queued behind other work.
+    std::mutex mutex;
+    std::condition_variable helperDone;
+    qsizetype helpersRunning = 0;
     const qsizetype helpers = std::min<qsizetype>(count, QThread::idealThreadCount()) - 1;
-    std::vector<std::jthread> threads;
-    for (qsizetype i = 0; i < helpers; ++i)
-        threads.emplace_back(work);
+    for (qsizetype i = 0; i < helpers; ++i) {
+        {
+            std::lock_guard lock(mutex);
+            ++helpersRunning;
+        }
+        const bool started = HBBackgroundWork::tryStart([&] {
+            work();
+            std::lock_guard lock(mutex);
+            --helpersRunning;
+            helperDone.notify_all();
+        });
+        if (!started) {
+            std::lock_guard lock(mutex);
+            --helpersRunning;
+            break;
+        }
+    }
     work();
+    std::unique_lock lock(mutex);
+    helperDone.wait(lock, [&] { return helpersRunning == 0; });
 }

@@ -1,5 +1,6 @@
 #include "platform/HBOperationQueue.h"
 
+#include "platform/HBBackgroundWork.h"
 #include "platform/HBLogging.h"
 #include "platform/HBMainThread.h"
 #include "platform/HBOperation.h"
@@ -8,7 +9,6 @@
 #include <QMutex>
 #include <QRecursiveMutex>
 #include <QThread>
-#include <QThreadPool>
 #include <QWaitCondition>
 
 #include <deque>
@@ -51,14 +51,15 @@ struct HBOperationQueue::Private
     // Recursive because a slot connected directly may add an operation.
     QRecursiveMutex announcing;
 
-    QThreadPool pool;
+    // Threads still inside runOperation(), which uses this to its end.
+    int workers = 0;
+    QWaitCondition workersGone;
 };
 
 HBOperationQueue::HBOperationQueue(QObject *parent)
     : QObject(parent)
     , d(std::make_unique<Private>())
 {
-    d->pool.setMaxThreadCount(d->maxConcurrent);
 }
 
 HBOperationQueue::~HBOperationQueue()
@@ -70,15 +71,15 @@ HBOperationQueue::~HBOperationQueue()
             op->cancel();
     }
     waitUntilAllOperationsAreFinished();
-    // The workers leave runOperation() after their last use of d.
-    d->pool.waitForDone();
+    QMutexLocker lock(&d->mutex);
+    while (d->workers > 0)
+        d->workersGone.wait(&d->mutex);
 }
 
 void HBOperationQueue::setMaxConcurrentOperationCount(int n)
 {
     QMutexLocker lock(&d->mutex);
     d->maxConcurrent = oneThreadPerCoreIfUnset(n);
-    d->pool.setMaxThreadCount(d->maxConcurrent);
     startReadyOperations();
 }
 
@@ -145,7 +146,9 @@ void HBOperationQueue::startReadyOperations()
         std::shared_ptr<HBOperation> op = std::move(d->waiting.front());
         d->waiting.pop_front();
         ++d->running;
-        d->pool.start([this, op] { runOperation(op); });
+        ++d->workers;
+        // an operation may wait for anything: it never waits for a thread
+        HBBackgroundWork::startDedicated([this, op] { runOperation(op); });
     }
 }
 
@@ -161,6 +164,8 @@ void HBOperationQueue::runOperation(const std::shared_ptr<HBOperation> &op)
     startReadyOperations();
     if (d->running == 0 && d->waiting.empty())
         d->allFinished.wakeAll();
+    --d->workers;
+    d->workersGone.wakeAll();
 }
 
 void HBOperationQueue::changeOperations(const std::function<void()> &change)

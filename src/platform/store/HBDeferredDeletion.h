@@ -5,7 +5,7 @@
 
 class HBManagedObject;
 
-// Frees records that a context has let go of, on a thread of its own. An
+// Frees records that a context has let go of, on a worker thread. An
 // import leaves a million points behind when its context is reset; freeing
 // them takes about a second, which neither the import nor the program that
 // ran it needs to wait for.

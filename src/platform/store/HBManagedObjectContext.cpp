@@ -1,5 +1,6 @@
 #include "platform/store/HBManagedObjectContext.h"
 
+#include "platform/HBBackgroundWork.h"
 #include "platform/HBConcurrentFor.h"
 #include "platform/HBLogging.h"
 #include "platform/HBMainThread.h"
@@ -14,9 +15,6 @@
 #include "platform/store/HBStorePlacement.h"
 #include "platform/store/HBStoreTransaction.h"
 
-#include <QRunnable>
-#include <QThread>
-#include <QThreadPool>
 #include <QUuid>
 
 #include <algorithm>
@@ -37,20 +35,6 @@ struct RunningScope
 bool isRunning(const HBManagedObjectContext *c)
 {
     return std::find(runningContexts.begin(), runningContexts.end(), c) != runningContexts.end();
-}
-
-// Private queues are served by a pool with room for many threads: a block
-// may wait for the main thread or for another context, and must not starve
-// the queues it waits for.
-QThreadPool &queuePool()
-{
-    static QThreadPool *pool = [] {
-        auto *p = new QThreadPool;
-        p->setMaxThreadCount(256);
-        p->setExpiryTimeout(10000);
-        return p;
-    }();
-    return *pool;
 }
 
 QVariant asID(const QVariant &value)
@@ -208,12 +192,10 @@ HBManagedObjectContext::HBManagedObjectContext(ConcurrencyType type, QObject *pa
 HBManagedObjectContext::~HBManagedObjectContext()
 {
     // let a running drain finish before the objects go
-    for (;;) {
+    {
         QMutexLocker queue(&d->queueMutex);
-        if (!d->draining)
-            break;
-        queue.unlock();
-        QThread::msleep(1);
+        while (d->draining)
+            d->drained.wait(&d->queueMutex);
     }
     reset();
 }
@@ -250,11 +232,14 @@ void HBManagedObjectContext::performBlock(std::function<void()> block)
     if (d->draining)
         return;
     d->draining = true;
-    queuePool().start([this] {
+    // A block may wait for the main thread or for another context: the
+    // queue never waits behind other work for a thread.
+    HBBackgroundWork::startDedicated([this] {
         for (;;) {
             QMutexLocker queue(&d->queueMutex);
             if (d->tasks.empty()) {
                 d->draining = false;
+                d->drained.wakeAll();
                 return;
             }
             std::function<void()> task = std::move(d->tasks.front());
@@ -582,12 +567,10 @@ void HBManagedObjectContext::readAhead(const HBFetchRequest &request)
     if (!entity || d->hasUnsavedChanges(entity->rootEntity()) || d->readAheads.size() >= kMaxReadAheads)
         return;
     HBReadAhead ahead{request, d->saveSerial, coordinator->storesGeneration(), {}};
-    ahead.rows = std::async(std::launch::async,
-                            [stores = coordinator->persistentStores(), entity,
-                             predicate = fetchedPredicate(request),
-                             sort = request.sortDescriptors(), limit = request.fetchLimit()] {
-                                return readRows(stores, entity, predicate, sort, limit);
-                            });
+    ahead.rows = HBBackgroundWork::async([stores = coordinator->persistentStores(), entity, predicate = fetchedPredicate(request),
+                                          sort = request.sortDescriptors(), limit = request.fetchLimit()] {
+        return readRows(stores, entity, predicate, sort, limit);
+    });
     d->readAheads.push_back(std::move(ahead));
 }
 

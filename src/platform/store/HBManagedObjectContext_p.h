@@ -10,6 +10,7 @@
 #include <QMutex>
 #include <QRecursiveMutex>
 #include <QSet>
+#include <QWaitCondition>
 
 #include <deque>
 #include <future>
@@ -47,6 +48,7 @@ struct HBManagedObjectContext::Private
     QMutex queueMutex;
     std::deque<std::function<void()>> tasks;
     bool draining = false;
+    QWaitCondition drained;   // draining has become false
 
     // The objects by ID. Those still known by a temporary ID are indexed
     // apart, and only from the first time one is asked for by its ID: an
