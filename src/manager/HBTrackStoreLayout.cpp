@@ -7,6 +7,7 @@
 #include "platform/HBLogging.h"
 #include "platform/HBMainThread.h"
 #include "platform/store/HBEntityDescription.h"
+#include "platform/store/HBLockOrder.h"
 #include "platform/store/HBManagedObjectContext.h"
 #include "platform/store/HBManagedObjectModel.h"
 #include "platform/store/HBPersistentStore.h"
@@ -339,10 +340,12 @@ void HBTrackStoreLayout::assignToStore(HBGeoPoint *object, const QDateTime &date
         store = storeForCoordinator(coordinator, date);
         if (!store) {
             HBMainThread::lock(m_persistentStoreLock);
+            HB_WILL_LOCK(Opening);
             // another thread may have opened it meanwhile
             store = storeForCoordinator(coordinator, date);
             if (!store)
                 store = addStoreForCoordinator(coordinator, date);
+            HB_DID_UNLOCK(Opening);
             m_persistentStoreLock.unlock();
         }
     }

@@ -6,6 +6,7 @@
 #include "platform/HBMainThread.h"
 #include "platform/store/HBDeferredDeletion.h"
 #include "platform/store/HBEntityDescription.h"
+#include "platform/store/HBLockOrder.h"
 #include "platform/store/HBManagedObject.h"
 #include "platform/store/HBManagedObjectContext_p.h"
 #include "platform/store/HBManagedObjectModel.h"
@@ -28,8 +29,16 @@ thread_local std::vector<const HBManagedObjectContext *> runningContexts;
 
 struct RunningScope
 {
-    explicit RunningScope(const HBManagedObjectContext *c) { runningContexts.push_back(c); }
-    ~RunningScope() { runningContexts.pop_back(); }
+    explicit RunningScope(const HBManagedObjectContext *c)
+    {
+        HB_WILL_LOCK(Context);
+        runningContexts.push_back(c);
+    }
+    ~RunningScope()
+    {
+        runningContexts.pop_back();
+        HB_DID_UNLOCK(Context);
+    }
 };
 
 bool isRunning(const HBManagedObjectContext *c)
@@ -280,10 +289,12 @@ void HBManagedObjectContext::performBlockAndWait(const std::function<void()> &bl
 void HBManagedObjectContext::lock()
 {
     d->lock.lock();
+    HB_WILL_LOCK(Context);
 }
 
 void HBManagedObjectContext::unlock()
 {
+    HB_DID_UNLOCK(Context);
     d->lock.unlock();
 }
 

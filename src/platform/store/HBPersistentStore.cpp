@@ -3,6 +3,7 @@
 #include "platform/HBDecimal.h"
 #include "platform/HBLogging.h"
 #include "platform/store/HBManagedObject.h"
+#include "platform/store/HBLockOrder.h"
 #include "platform/store/HBManagedObjectID.h"
 #include "platform/store/HBManagedObjectModel.h"
 #include "platform/store/HBPersistentStore_p.h"
@@ -740,16 +741,22 @@ void configureSqliteOnce()
     Q_UNUSED(configured);
 }
 
-// Marks a connection as in use for the length of a call.
+// Marks a connection as in use for the length of a call, which holds the
+// store's lock.
 class InUse
 {
 public:
     explicit InUse(int &count)
         : m_count(count)
     {
+        HB_WILL_LOCK(Store);
         ++m_count;
     }
-    ~InUse() { --m_count; }
+    ~InUse()
+    {
+        --m_count;
+        HB_DID_UNLOCK(Store);
+    }
     InUse(const InUse &) = delete;
     InUse &operator=(const InUse &) = delete;
 
@@ -1127,8 +1134,10 @@ bool HBPersistentStore::beginTransaction(HBError *error)
     m_mutex.lock();
     {
         const InUse use(d->inUse);
-        if (connect(error) && d->exec(QStringLiteral("BEGIN IMMEDIATE"), error))
+        if (connect(error) && d->exec(QStringLiteral("BEGIN IMMEDIATE"), error)) {
+            HB_WILL_LOCK(Store);
             return true;
+        }
     }
     m_mutex.unlock();
     return false;
@@ -1139,6 +1148,7 @@ bool HBPersistentStore::commit(HBError *error)
     const bool ok = d->exec(QStringLiteral("COMMIT"), error);
     if (!ok)
         d->exec(QStringLiteral("ROLLBACK"), nullptr);
+    HB_DID_UNLOCK(Store);
     m_mutex.unlock();
     return ok;
 }
@@ -1146,6 +1156,7 @@ bool HBPersistentStore::commit(HBError *error)
 void HBPersistentStore::rollback()
 {
     d->exec(QStringLiteral("ROLLBACK"), nullptr);
+    HB_DID_UNLOCK(Store);
     m_mutex.unlock();
 }
 

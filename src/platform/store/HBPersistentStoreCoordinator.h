@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/HBError.h"
+#include "platform/store/HBLockOrder.h"
 #include "platform/store/HBSaveNote.h"
 
 #include <QList>
@@ -83,9 +84,23 @@ public:
     void noteFinishedSave(const QString &token);
     QStringList takeFinishedSaves();
 
-    void lock() { m_lock.lock(); }
-    void unlock() { m_lock.unlock(); }
-    bool tryLock() { return m_lock.tryLock(); }
+    void lock()
+    {
+        m_lock.lock();
+        HB_WILL_LOCK(Coordinator);
+    }
+    void unlock()
+    {
+        HB_DID_UNLOCK(Coordinator);
+        m_lock.unlock();
+    }
+    bool tryLock()
+    {
+        if (!m_lock.tryLock())
+            return false;
+        HB_WILL_LOCK(Coordinator);
+        return true;
+    }
 
 private:
     // Deletes the noted rows from their files, opening a file not open here
