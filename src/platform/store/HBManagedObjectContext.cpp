@@ -12,11 +12,9 @@
 #include "platform/store/HBManagedObjectModel.h"
 #include "platform/store/HBPersistentStore.h"
 #include "platform/store/HBPersistentStoreCoordinator.h"
-#include "platform/store/HBSaveNote.h"
 #include "platform/store/HBStorePlacement.h"
-#include "platform/store/HBStoreTransaction.h"
+#include "platform/store/HBStoreWriter.h"
 
-#include <QUuid>
 
 #include <algorithm>
 #include <future>
@@ -46,14 +44,6 @@ bool isRunning(const HBManagedObjectContext *c)
     return std::find(runningContexts.begin(), runningContexts.end(), c) != runningContexts.end();
 }
 
-QVariant asID(const QVariant &value)
-{
-    if (value.metaType() == QMetaType::fromType<HBManagedObject *>()) {
-        const HBManagedObject *o = value.value<HBManagedObject *>();
-        return o ? QVariant::fromValue(o->objectID()) : QVariant();
-    }
-    return value;
-}
 
 // a and b: one key per sort descriptor
 bool sortsBefore(const QVariant *a, const QVariant *b, const QList<HBSortDescriptor> &sort)
@@ -182,11 +172,6 @@ bool sameFetch(const HBFetchRequest &a, const HBFetchRequest &b)
 
 // A few segments ahead at most: each holds its rows until they are asked for.
 constexpr size_t kMaxReadAheads = 4;
-
-HBError contextError(int code, const QString &description)
-{
-    return HBError(HBManagedObjectContext::errorDomain(), code, description);
-}
 
 } // namespace
 
@@ -411,7 +396,7 @@ HBManagedObject *HBManagedObjectContext::existingObjectWithID(const HBManagedObj
     d->unenrol(object->m_objectID);
     delete object;
     if (error)
-        *error = contextError(133000, QStringLiteral("No record for %1").arg(objectID.uriString()));
+        *error = HBManagedObjectContext::error(NoRecordError, QStringLiteral("No record for %1").arg(objectID.uriString()));
     return nullptr;
 }
 
@@ -610,7 +595,7 @@ QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFet
     const HBEntityDescription *entity = fetchedEntity(coordinator, request);
     if (!entity) {
         if (error)
-            *error = contextError(134810, QStringLiteral("No entity named %1").arg(request.entityName()));
+            *error = HBManagedObjectContext::error(NoEntityError, QStringLiteral("No entity named %1").arg(request.entityName()));
         return {};
     }
     const HBPredicate predicate = fetchedPredicate(request);
@@ -835,7 +820,7 @@ bool HBManagedObjectContext::obtainPermanentIDsForObjects(const QList<HBManagedO
             store = coordinator->defaultStoreForEntity(object->m_entity);
         if (!store) {
             if (error)
-                *error = contextError(134020, QStringLiteral("No store holds %1").arg(object->m_entity->name()));
+                *error = HBManagedObjectContext::error(NoStoreForEntityError, QStringLiteral("No store holds %1").arg(object->m_entity->name()));
             return false;
         }
         const Group group(store, object->m_entity->rootEntity());
@@ -914,190 +899,10 @@ qsizetype HBManagedObjectContext::registeredObjectCount() const
     return d->registered.size() + d->temporaryIndex().size();
 }
 
-namespace {
-
-// The objects one save writes, gathered once the will-save hooks have run.
-struct PendingChanges
-{
-    std::vector<HBManagedObject *> inserted;
-    std::vector<HBManagedObject *> updated;
-    std::vector<HBManagedObject *> deleted;
-};
-
-// Which of a store's pending changes one transaction writes.
-enum WritePart : unsigned { Inserts = 1, Updates = 2, Deletes = 4, AllParts = 7 };
-
-// One transaction: the store holds all of these rows or none of them.
-// `beforeCommit` adds what else the transaction must carry.
-bool writeToStore(HBPersistentStore *store, const PendingChanges &c, unsigned parts, HBError *failure,
-                  const std::function<bool(HBStoreTransaction &, HBError *)> &beforeCommit = {})
-{
-    HBStoreTransaction transaction(*store);
-    if (!transaction.begin(failure))
-        return false;
-    bool ok = true;
-    // handed over a slice at a time, so that a million rows need no second list
-    constexpr size_t rowsPerSlice = 4096;
-    std::vector<HBStoreTransaction::NewRow> slice;
-    const size_t inserted = (parts & Inserts) ? c.inserted.size() : 0;
-    for (size_t first = 0; ok && first < inserted; first += rowsPerSlice) {
-        slice.clear();
-        for (size_t i = first; i < std::min(inserted, first + rowsPerSlice); ++i) {
-            const HBManagedObject *object = c.inserted[i];
-            slice.push_back({object->objectID().primaryKey(), object->entity(), &HBManagedObjectContext::valuesOf(object)});
-        }
-        ok = transaction.insertRows(slice, failure);
-    }
-    for (auto it = c.updated.begin(); ok && (parts & Updates) && it != c.updated.end(); ++it)
-        ok = transaction.updateRow((*it)->objectID().primaryKey(), (*it)->entity(), HBManagedObjectContext::valuesOf(*it), failure);
-    for (auto it = c.deleted.begin(); ok && (parts & Deletes) && it != c.deleted.end(); ++it)
-        ok = transaction.deleteRow((*it)->objectID().primaryKey(), (*it)->entity(), failure);
-    if (ok && beforeCommit)
-        ok = beforeCommit(transaction, failure);
-    return ok && transaction.commit(failure);
-}
-
-// Each store file has a connection and a lock of its own, so the stores
-// of one save are written side by side: an import's points go into
-// several ten-day files at once. Small saves stay on the calling thread.
-// One failure per store, null where the store took its rows.
-std::vector<HBError> writeToStores(const QList<HBPersistentStore *> &order,
-                                   const QHash<HBPersistentStore *, PendingChanges> &work, unsigned parts = AllParts)
-{
-    constexpr size_t rowsWorthThreads = 10000;
-    size_t rows = 0;
-    for (const PendingChanges &c : work)
-        rows += c.inserted.size() + c.updated.size() + c.deleted.size();
-    std::vector<HBError> failures(size_t(order.size()));
-    const auto write = [&](qsizetype i) {
-        HBPersistentStore *store = order.at(i);
-        HBError failure;
-        if (!writeToStore(store, *work.constFind(store), parts, &failure))
-            failures[size_t(i)] = failure.isNull() ? HBError(QStringLiteral("HBPersistentStore"), 0, store->path()) : failure;
-    };
-    if (order.size() > 1 && rows >= rowsWorthThreads) {
-        HBConcurrentFor(order.size(), write);
-    } else {
-        for (qsizetype i = 0; i < order.size(); ++i)
-            write(i);
-    }
-    return failures;
-}
-
-HBError storeFailure(const HBPersistentStore *store, const HBError &cause)
-{
-    HBError error = contextError(134030, QStringLiteral("The changes could not be saved to %1.").arg(store->path()));
-    error.setDetailedErrors({cause});
-    return error;
-}
-
-// Stores that commit each on their own: a store that refuses its rows
-// leaves them pending, and `pending` keeps only what reached a file.
-bool writePerStore(const QList<HBPersistentStore *> &order, const QHash<HBPersistentStore *, PendingChanges> &work,
-                   PendingChanges &pending, HBError *error)
-{
-    const std::vector<HBError> failures = writeToStores(order, work);
-    PendingChanges written;
-    bool failed = false;
-    for (qsizetype i = 0; i < order.size(); ++i) {
-        HBPersistentStore *store = order.at(i);
-        if (!failures[size_t(i)].isNull()) {
-            if (error && !failed)
-                *error = storeFailure(store, failures[size_t(i)]);
-            failed = true;
-            continue;
-        }
-        const PendingChanges &c = *work.constFind(store);
-        written.inserted.insert(written.inserted.end(), c.inserted.begin(), c.inserted.end());
-        written.updated.insert(written.updated.end(), c.updated.begin(), c.updated.end());
-        written.deleted.insert(written.deleted.end(), c.deleted.begin(), c.deleted.end());
-    }
-    if (failed)
-        pending = std::move(written);
-    return !failed;
-}
-
-// What a save noted of one store: the keys of the rows it writes there.
-HBSaveNote::StoreRows notedRows(const HBPersistentStore *store, const std::vector<HBManagedObject *> &objects)
-{
-    QHash<const HBEntityDescription *, std::vector<qint64>> keysByTable;
-    for (const HBManagedObject *o : objects)
-        keysByTable[o->entity()->rootEntity()].push_back(o->objectID().primaryKey());
-    HBSaveNote::StoreRows noted{store->path(), store->configurationName(), {}};
-    for (auto it = keysByTable.begin(); it != keysByTable.end(); ++it)
-        noted.rows += HBSaveNote::runsOfKeys(it.key()->name(), std::move(it.value()));
-    return noted;
-}
-
-// A save that writes the coordinator's commit-last store and others,
-// all or nothing: the others' new and changed rows first, then the last
-// store (with the save's token), then the others' deletions, which only
-// remove rows that the last store no longer refers to. Until the last
-// store has committed, a failure takes out again the rows the others added
-// (a changed row keeps its change); a failure after it leaves the
-// deletions to the note, for the next open.
-bool writeInOrder(HBPersistentStoreCoordinator *coordinator, const QList<HBPersistentStore *> &order,
-                  const QHash<HBPersistentStore *, PendingChanges> &work, HBError *error)
-{
-    HBPersistentStore *last = coordinator->commitLastStore();
-    HBSaveNote note;
-    note.token = QUuid::createUuid().toString(QUuid::WithoutBraces);
-    note.lastStorePath = last->path();
-    QList<HBPersistentStore *> early, late;
-    for (HBPersistentStore *store : order) {
-        const PendingChanges &c = *work.constFind(store);
-        if (store == last)
-            continue;
-        if (!c.inserted.empty() || !c.updated.empty())
-            early.append(store);
-        if (!c.inserted.empty())
-            note.undo.append(notedRows(store, c.inserted));
-        if (!c.deleted.empty()) {
-            late.append(store);
-            note.redo.append(notedRows(store, c.deleted));
-        }
-    }
-    const QString folder = coordinator->saveNoteFolder();
-    if (!folder.isEmpty() && !note.write(folder, error))
-        return false;
-    const auto undo = [&](const HBPersistentStore *store, const HBError &cause) {
-        if (error)
-            *error = storeFailure(store, cause);
-        if (coordinator->undoSave(note))
-            note.remove();
-        return false;
-    };
-    const std::vector<HBError> failures = writeToStores(early, work, Inserts | Updates);
-    for (qsizetype i = 0; i < early.size(); ++i) {
-        if (!failures[size_t(i)].isNull())
-            return undo(early.at(i), failures[size_t(i)]);
-    }
-    const QStringList finished = coordinator->takeFinishedSaves();
-    HBError lastFailure;
-    const auto recordToken = [&](HBStoreTransaction &transaction, HBError *failure) {
-        return transaction.recordSaveToken(note.token, finished, failure);
-    };
-    if (!writeToStore(last, *work.constFind(last), AllParts, &lastFailure, recordToken)) {
-        for (const QString &token : finished)
-            coordinator->noteFinishedSave(token);
-        return undo(last, lastFailure);
-    }
-    const std::vector<HBError> lateFailures = writeToStores(late, work, Deletes);
-    for (qsizetype i = 0; i < late.size(); ++i) {
-        if (!lateFailures[size_t(i)].isNull()) {
-            qCWarning(hbStore).noquote() << "Rows that were deleted could not yet be removed from" << late.at(i)->path()
-                                         << "and will be when the stores are next opened:"
-                                         << lateFailures[size_t(i)].localizedDescription();
-            return true;
-        }
-    }
-    note.remove();
-    coordinator->noteFinishedSave(note.token);
-    return true;
-}
-
-} // namespace
-
+// A save: (1) new objects get their permanent IDs, (2) the will-save hooks
+// run, (3) the changes are gathered, (4) they go into the parent context or,
+// for a root context, into the store files, (5) what was saved is marked
+// clean here and the did-save hooks and signal follow.
 bool HBManagedObjectContext::save(HBError *error)
 {
     if (!hasChanges())
@@ -1108,8 +913,31 @@ bool HBManagedObjectContext::save(HBError *error)
     // every hook of a million points.
     if (!m_parent && !obtainPermanentIDsForInsertedObjects(error))
         return false;
-    // Will-save hooks may change or insert further objects; those get their
-    // hook in the next round.
+    runWillSaveHooks();
+    Changes pending;
+    std::vector<HBManagedObject *> dropped;
+    gatherChanges(pending, dropped);
+    bool saved = true;
+    if (m_parent) {
+        pushIntoParent(pending);
+    } else {
+        // those the hooks inserted
+        if (!obtainPermanentIDsForInsertedObjects(error))
+            return false;
+        renameTemporaryIDs(pending);
+        HBStoreWriter writer(m_coordinator);
+        if (!writer.place(pending, error))
+            return false;
+        saved = writer.write(pending, error);
+    }
+    settleSaved(pending, dropped, saved);
+    return saved;
+}
+
+// Hooks may change or insert further objects; those get their hook in the
+// next round.
+void HBManagedObjectContext::runWillSaveHooks()
+{
     const quint32 saveSerial = ++d->saveSerial;
     for (int round = 0; round < 16; ++round) {
         std::vector<HBManagedObject *> due;
@@ -1132,145 +960,84 @@ bool HBManagedObjectContext::save(HBError *error)
         for (HBManagedObject *o : due)
             o->willSave();
     }
+}
 
-    PendingChanges pending;
-    // inserted and deleted again before the save: dropped without a trace
-    std::vector<HBManagedObject *> dropped;
+// Objects inserted and deleted again before the save are dropped without
+// a trace.
+void HBManagedObjectContext::gatherChanges(Changes &pending, std::vector<HBManagedObject *> &dropped) const
+{
     for (HBManagedObject *o : d->insertedOrder) {
         if (o->m_inserted)
             (o->m_deleted ? dropped : pending.inserted).push_back(o);
     }
     pending.updated.assign(d->updated.begin(), d->updated.end());
     pending.deleted = d->deletedOrder;
+}
 
-    HBSaveChanges changes;
-    bool saveFailed = false;
-    if (m_parent) {
-        m_parent->performBlockAndWait([&] {
-            Private *p = m_parent->d.get();
-            for (HBManagedObject *o : pending.inserted) {
-                HBManagedObject *copy = m_parent->makeObject(o->m_entity, o->m_objectID);
-                copy->m_values = valuesForAnotherContext(o);
-                copy->m_idHandedOut = true;
-                copy->m_assignedStore = o->m_assignedStore;
-                copy->m_inserted = true;
-                p->insertedOrder.push_back(copy);
-                p->insertedByRoot[copy->m_entity->rootEntity()].push_back(copy);
-            }
-            for (HBManagedObject *o : pending.updated) {
-                HBManagedObject *target = m_parent->objectWithID(o->m_objectID);
-                for (const auto &[slot, value] : o->m_values) {
-                    if (slot < 64 && (o->m_changed & (quint64(1) << slot)))
-                        target->setPrimitiveValue(slot, asID(value));
-                }
-                // cleared values are absent from m_values but still changed
-                for (int slot = 0; slot < 64; ++slot) {
-                    if ((o->m_changed & (quint64(1) << slot)) && !o->findSlot(slot))
-                        target->setPrimitiveValue(slot, QVariant());
-                }
-            }
-            for (HBManagedObject *o : pending.deleted) {
-                HBManagedObject *target = m_parent->objectWithID(o->m_objectID);
-                if (target->m_deleted)
-                    continue;
-                target->m_deleted = true;
-                p->updated.remove(target);
-                p->updatedByRoot[target->m_entity->rootEntity()].remove(target);
-                if (!target->m_inserted)
-                    p->deletedOrder.push_back(target);
-            }
-            p->forgetAllMembers();
-        });
-    } else {
-        // those the hooks inserted
-        if (!obtainPermanentIDsForInsertedObjects(error))
-            return false;
-
-        // Values copied in from a child name related records by the IDs
-        // they had then; those that became permanent are named anew.
-        auto renameTemporaryIDs = [this](HBManagedObject *o) {
-            for (auto &[slot, value] : o->m_values) {
-                if (value.metaType() != QMetaType::fromType<HBManagedObjectID>())
-                    continue;
-                const HBManagedObjectID id = value.value<HBManagedObjectID>();
-                if (id.isTemporaryID() && d->permanentIDForTemporary.contains(id))
-                    value = QVariant::fromValue(d->permanentIDForTemporary.value(id));
-            }
-        };
-        if (!d->permanentIDForTemporary.isEmpty()) {
-            for (HBManagedObject *o : pending.inserted)
-                renameTemporaryIDs(o);
-            for (HBManagedObject *o : pending.updated)
-                renameTemporaryIDs(o);
-        }
-
-        // Group the work by store; a relationship must stay inside one store.
-        QHash<HBPersistentStore *, PendingChanges> work;
-        QList<HBPersistentStore *> order;
-        // objects come in long runs of one store
-        quint32 lastToken = 0;
-        HBPersistentStore *lastStore = nullptr;
-        auto storeOf = [&](const HBManagedObjectID &id) {
-            if (id.storeToken() != lastToken || !lastStore) {
-                lastToken = id.storeToken();
-                lastStore = m_coordinator->persistentStoreForIdentifierToken(lastToken);
-            }
-            return lastStore;
-        };
-        PendingChanges *lastWork = nullptr;
-        HBPersistentStore *lastWorkStore = nullptr;
-        auto place = [&](HBManagedObject *o, std::vector<HBManagedObject *> PendingChanges::*list) -> bool {
-            HBPersistentStore *store = storeOf(o->m_objectID);
-            if (!store) {
-                if (error)
-                    *error = contextError(134030, QStringLiteral("No store for %1").arg(o->m_objectID.uriString()));
-                return false;
-            }
-            for (const auto &[slot, value] : o->m_values) {
-                const HBPropertyDescription *p = o->m_entity->properties().at(slot);
-                if (!p->isToOne() || !value.isValid())
-                    continue;
-                const HBManagedObjectID target = asID(value).value<HBManagedObjectID>();
-                if (!target.isNull() && (target.isTemporaryID() || storeOf(target) != store)) {
-                    if (error)
-                        *error = contextError(134020, QStringLiteral("%1.%2 relates records of different stores")
-                                                          .arg(o->m_entity->name(), p->name));
-                    return false;
-                }
-            }
-            if (store != lastWorkStore || !lastWork) {
-                if (!work.contains(store))
-                    order.append(store);
-                lastWork = &work[store];
-                lastWorkStore = store;
-            }
-            (lastWork->*list).push_back(o);
-            return true;
-        };
+void HBManagedObjectContext::pushIntoParent(const Changes &pending)
+{
+    m_parent->performBlockAndWait([&] {
+        Private *p = m_parent->d.get();
         for (HBManagedObject *o : pending.inserted) {
-            if (!place(o, &PendingChanges::inserted))
-                return false;
+            HBManagedObject *copy = m_parent->makeObject(o->m_entity, o->m_objectID);
+            copy->m_values = valuesForAnotherContext(o);
+            copy->m_idHandedOut = true;
+            copy->m_assignedStore = o->m_assignedStore;
+            copy->m_inserted = true;
+            p->insertedOrder.push_back(copy);
+            p->insertedByRoot[copy->m_entity->rootEntity()].push_back(copy);
         }
         for (HBManagedObject *o : pending.updated) {
-            if (!place(o, &PendingChanges::updated))
-                return false;
+            HBManagedObject *target = m_parent->objectWithID(o->m_objectID);
+            for (const auto &[slot, value] : o->m_values) {
+                if (slot < 64 && (o->m_changed & (quint64(1) << slot)))
+                    target->setPrimitiveValue(slot, asID(value));
+            }
+            // cleared values are absent from m_values but still changed
+            for (int slot = 0; slot < 64; ++slot) {
+                if ((o->m_changed & (quint64(1) << slot)) && !o->findSlot(slot))
+                    target->setPrimitiveValue(slot, QVariant());
+            }
         }
         for (HBManagedObject *o : pending.deleted) {
-            if (!o->m_objectID.isTemporaryID() && !place(o, &PendingChanges::deleted))
-                return false;
+            HBManagedObject *target = m_parent->objectWithID(o->m_objectID);
+            if (target->m_deleted)
+                continue;
+            target->m_deleted = true;
+            p->updated.remove(target);
+            p->updatedByRoot[target->m_entity->rootEntity()].remove(target);
+            if (!target->m_inserted)
+                p->deletedOrder.push_back(target);
         }
+        p->forgetAllMembers();
+    });
+}
 
-        if (order.size() > 1 && work.contains(m_coordinator->commitLastStore())) {
-            if (!writeInOrder(m_coordinator, order, work, error)) {
-                pending = {};
-                saveFailed = true;
-            }
-        } else if (!writePerStore(order, work, pending, error)) {
-            saveFailed = true;
+// Values copied in from a child name related records by the IDs they had
+// then; those that became permanent are named anew.
+void HBManagedObjectContext::renameTemporaryIDs(const Changes &pending)
+{
+    if (d->permanentIDForTemporary.isEmpty())
+        return;
+    const auto rename = [this](HBManagedObject *o) {
+        for (auto &[slot, value] : o->m_values) {
+            if (value.metaType() != QMetaType::fromType<HBManagedObjectID>())
+                continue;
+            const HBManagedObjectID id = value.value<HBManagedObjectID>();
+            if (id.isTemporaryID() && d->permanentIDForTemporary.contains(id))
+                value = QVariant::fromValue(d->permanentIDForTemporary.value(id));
         }
-    }
+    };
+    for (HBManagedObject *o : pending.inserted)
+        rename(o);
+    for (HBManagedObject *o : pending.updated)
+        rename(o);
+}
 
-    // What was saved is now clean here.
+// What was saved is now clean here; what a store refused stays pending.
+void HBManagedObjectContext::settleSaved(const Changes &pending, const std::vector<HBManagedObject *> &dropped, bool saved)
+{
+    HBSaveChanges changes;
     changes.inserted.reserve(qsizetype(pending.inserted.size()));
     for (HBManagedObject *o : pending.inserted) {
         o->m_inserted = false;
@@ -1291,27 +1058,7 @@ bool HBManagedObjectContext::save(HBError *error)
         o->m_inserted = false;
         gone.insert(o);
     }
-    // Every object in the insertion lists was saved or dropped, unless a
-    // store refused its part; walking a million objects again to find that
-    // out would cost more than the save's own bookkeeping.
-    const auto notInserted = [](const HBManagedObject *o) { return !o->m_inserted; };
-    for (auto it = d->insertedByRoot.begin(); it != d->insertedByRoot.end(); ++it) {
-        if (saveFailed)
-            std::erase_if(*it, notInserted);
-        else
-            it->clear();
-    }
-    if (saveFailed)
-        std::erase_if(d->insertedOrder, notInserted);
-    else
-        d->insertedOrder.clear();
-    std::erase_if(d->deletedOrder, [&gone](HBManagedObject *o) { return gone.contains(o); });
-    for (auto it = d->updatedByRoot.begin(); it != d->updatedByRoot.end(); ++it)
-        it->removeIf([](HBManagedObject *o) { return !o->hasChanges(); });
-    for (HBManagedObject *o : std::as_const(gone)) {
-        d->unenrol(o->m_objectID);
-        d->graveyard.push_back(o);
-    }
+    forgetSettled(gone, saved);
     for (HBManagedObject *o : pending.inserted)
         o->didSave();
     for (HBManagedObject *o : pending.updated)
@@ -1320,7 +1067,31 @@ bool HBManagedObjectContext::save(HBError *error)
         o->didSave();
     if (!changes.inserted.isEmpty() || !changes.updated.isEmpty() || !changes.deleted.isEmpty())
         emit didSave(changes);
-    return !saveFailed;
+}
+
+// Every object in the insertion lists was saved or dropped, unless a store
+// refused its part; walking a million objects again to find that out
+// would cost more than the save's own bookkeeping.
+void HBManagedObjectContext::forgetSettled(const QSet<HBManagedObject *> &gone, bool saved)
+{
+    const auto notInserted = [](const HBManagedObject *o) { return !o->m_inserted; };
+    for (auto it = d->insertedByRoot.begin(); it != d->insertedByRoot.end(); ++it) {
+        if (saved)
+            it->clear();
+        else
+            std::erase_if(*it, notInserted);
+    }
+    if (saved)
+        d->insertedOrder.clear();
+    else
+        std::erase_if(d->insertedOrder, notInserted);
+    std::erase_if(d->deletedOrder, [&gone](HBManagedObject *o) { return gone.contains(o); });
+    for (auto it = d->updatedByRoot.begin(); it != d->updatedByRoot.end(); ++it)
+        it->removeIf([](HBManagedObject *o) { return !o->hasChanges(); });
+    for (HBManagedObject *o : gone) {
+        d->unenrol(o->m_objectID);
+        d->graveyard.push_back(o);
+    }
 }
 
 const HBRowValues &HBManagedObjectContext::valuesOf(const HBManagedObject *object)

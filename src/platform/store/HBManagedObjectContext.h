@@ -4,13 +4,16 @@
 #include "platform/store/HBFetchRequest.h"
 #include "platform/store/HBManagedObjectID.h"
 #include "platform/store/HBStoreRow.h"
+#include "platform/store/HBStoreWriter.h"
 
 #include <QList>
+#include <QSet>
 #include <QObject>
 
 #include <functional>
 #include <memory>
 #include <optional>
+#include <vector>
 
 class HBEntityDescription;
 class HBManagedObject;
@@ -102,6 +105,19 @@ public:
     qsizetype registeredObjectCount() const;
 
     static QString errorDomain() { return QStringLiteral("HBManagedObjectContextErrorDomain"); }
+    // The codes of this domain's errors.
+    enum ErrorCode {
+        NoRecordError = 133000,                 // an ID whose record no store holds
+        NoStoreForEntityError = 134020,         // no store may hold a new record's entity
+        CrossStoreRelationshipError = 134021,   // a relationship between records of different files
+        StoreRefusedSaveError = 134030,         // a store file refused a save's rows
+        NoStoreForRecordError = 134031,         // a record's ID names no store of the coordinator
+        NoEntityError = 134810,                 // a fetch of an entity the model does not have
+    };
+    static HBError error(ErrorCode code, const QString &description)
+    {
+        return HBError(errorDomain(), code, description);
+    }
     // The values an object would write (loaded first if it is a fault).
     static const HBRowValues &valuesOf(const HBManagedObject *object);
 
@@ -126,6 +142,14 @@ private:
     void cacheMembers(const HBManagedObject *owner, int index, const QList<HBManagedObject *> &members) const;
     // The object's values with relationships as IDs, for a child or parent.
     static HBRowValues valuesForAnotherContext(const HBManagedObject *object);
+    // The steps of a save.
+    using Changes = HBStoreWriter::Changes;
+    void runWillSaveHooks();
+    void gatherChanges(Changes &pending, std::vector<HBManagedObject *> &dropped) const;
+    void pushIntoParent(const Changes &pending);
+    void renameTemporaryIDs(const Changes &pending);
+    void settleSaved(const Changes &pending, const std::vector<HBManagedObject *> &dropped, bool saved);
+    void forgetSettled(const QSet<HBManagedObject *> &gone, bool saved);
     QList<Snapshot> fetchSnapshots(const HBFetchRequest &request, HBError *error);
 
     ConcurrencyType m_type;

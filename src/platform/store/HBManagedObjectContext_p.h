@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/store/HBFetchRequest.h"
+#include "platform/store/HBManagedObject.h"
 #include "platform/store/HBManagedObjectContext.h"
 #include "platform/store/HBObjectIndex.h"
 #include "platform/store/HBPersistentStore.h"
@@ -18,6 +19,16 @@
 #include <vector>
 
 class HBEntityDescription;
+
+// A related record's ID, whether the value holds the record or its ID.
+inline QVariant asID(const QVariant &value)
+{
+    if (value.metaType() == QMetaType::fromType<HBManagedObject *>()) {
+        const HBManagedObject *o = value.value<HBManagedObject *>();
+        return o ? QVariant::fromValue(o->objectID()) : QVariant();
+    }
+    return value;
+}
 
 // A record's values as one context hands them to another: to-one
 // relationships as IDs, never as objects of the giving context.
