@@ -77,6 +77,7 @@ protected:
 
 private:
     friend class HBManagedObjectContext;
+    friend class HBContextFetch;
     // Inline: every read and write of a value asks first.
     void fireFault() const
     {

@@ -1,12 +1,10 @@
 #include "platform/store/HBManagedObjectContext.h"
 
-#include "platform/HBBackgroundWork.h"
-#include "platform/HBConcurrentFor.h"
 #include "platform/HBLogging.h"
-#include "platform/HBMainThread.h"
+#include "platform/store/HBContextFetch.h"
+#include "platform/store/HBContextQueue.h"
 #include "platform/store/HBDeferredDeletion.h"
 #include "platform/store/HBEntityDescription.h"
-#include "platform/store/HBLockOrder.h"
 #include "platform/store/HBManagedObject.h"
 #include "platform/store/HBManagedObjectContext_p.h"
 #include "platform/store/HBManagedObjectModel.h"
@@ -17,167 +15,16 @@
 
 
 #include <algorithm>
-#include <future>
 
 namespace {
-
-// The contexts whose queue the current thread is running, innermost last;
-// waiting for one of them from inside it runs the block at once.
-thread_local std::vector<const HBManagedObjectContext *> runningContexts;
-
-struct RunningScope
-{
-    explicit RunningScope(const HBManagedObjectContext *c)
-    {
-        HB_WILL_LOCK(Context);
-        runningContexts.push_back(c);
-    }
-    ~RunningScope()
-    {
-        runningContexts.pop_back();
-        HB_DID_UNLOCK(Context);
-    }
-};
-
-bool isRunning(const HBManagedObjectContext *c)
-{
-    return std::find(runningContexts.begin(), runningContexts.end(), c) != runningContexts.end();
-}
-
-
-// a and b: one key per sort descriptor
-bool sortsBefore(const QVariant *a, const QVariant *b, const QList<HBSortDescriptor> &sort)
-{
-    for (qsizetype i = 0; i < sort.size(); ++i) {
-        const QVariant &va = a[i], &vb = b[i];
-        const bool ascending = sort.at(i).ascending;
-        if (!va.isValid() || !vb.isValid()) {
-            if (va.isValid() == vb.isValid())
-                continue;
-            return ascending ? !va.isValid() : va.isValid();
-        }
-        const int order = HBPredicate::compareValues(va, vb);
-        if (order != 0)
-            return ascending ? order < 0 : order > 0;
-    }
-    return false;
-}
-
-// Reads one sort key of object after object: a plain attribute straight
-// from its slot, found by name once per entity; anything else (key paths,
-// relationships, derived keys) through valueForKeyPath.
-class SortKeyReader
-{
-public:
-    explicit SortKeyReader(const QString &key) : m_key(key), m_isPath(key.contains(u'.')) {}
-
-    QVariant operator()(const HBManagedObject *object)
-    {
-        if (object->entity() != m_entity) {
-            m_entity = object->entity();
-            const HBPropertyDescription *p = m_isPath || !m_entity ? nullptr : m_entity->propertyNamed(m_key);
-            m_attribute = p && !p->isRelationship ? p : nullptr;
-        }
-        return m_attribute ? object->primitiveValue(m_attribute->index) : object->valueForKeyPath(m_key);
-    }
-
-private:
-    QString m_key;
-    bool m_isPath;
-    const HBEntityDescription *m_entity = nullptr;
-    const HBPropertyDescription *m_attribute = nullptr;
-};
-
-// Stable; each object's sort values are read once rather than at every
-// comparison (a segment's points are sorted by the hundred thousand).
-void sortObjects(QList<HBManagedObject *> &objects, const QList<HBSortDescriptor> &sort)
-{
-    struct Keyed
-    {
-        HBManagedObject *object;
-        const QVariant *values;   // in `keys`
-    };
-    std::vector<SortKeyReader> readers;
-    for (const HBSortDescriptor &s : sort)
-        readers.emplace_back(s.key);
-    // every object's keys side by side in one array, not a list each
-    std::vector<QVariant> keys;
-    keys.reserve(size_t(objects.size()) * readers.size());
-    for (const HBManagedObject *object : std::as_const(objects)) {
-        for (SortKeyReader &read : readers)
-            keys.push_back(read(object));
-    }
-    std::vector<Keyed> keyed;
-    keyed.reserve(size_t(objects.size()));
-    for (qsizetype i = 0; i < objects.size(); ++i)
-        keyed.push_back({objects[i], keys.data() + size_t(i) * readers.size()});
-    const auto before = [&sort](const Keyed &a, const Keyed &b) { return sortsBefore(a.values, b.values, sort); };
-    // A merge sort over the runs already in order: each store file gives
-    // its rows sorted, so a fetch over several files is a few long runs
-    // and costs a few merges instead of a full sort. Merging only adjacent
-    // runs, left before right on ties, keeps it stable.
-    std::vector<size_t> bounds{0};   // where each run starts, then the end
-    for (size_t i = 1; i < keyed.size(); ++i) {
-        if (before(keyed[i], keyed[i - 1]))
-            bounds.push_back(i);
-    }
-    bounds.push_back(keyed.size());
-    while (bounds.size() > 2) {
-        std::vector<size_t> merged;
-        size_t r = 0;
-        for (; r + 2 < bounds.size(); r += 2) {
-            std::inplace_merge(keyed.begin() + qsizetype(bounds[r]), keyed.begin() + qsizetype(bounds[r + 1]),
-                               keyed.begin() + qsizetype(bounds[r + 2]), before);
-            merged.push_back(bounds[r]);
-        }
-        merged.insert(merged.end(), bounds.begin() + qsizetype(r), bounds.end());
-        bounds = std::move(merged);
-    }
-    for (size_t i = 0; i < keyed.size(); ++i)
-        objects[qsizetype(i)] = keyed[i].object;
-}
-
-// Each file's rows for a fetch, in the coordinator's order of files.
-HBStoreRowsRead readRows(const QList<HBPersistentStore *> &stores, const HBEntityDescription *entity,
-                         const HBPredicate &predicate, const QList<HBSortDescriptor> &sort, int fetchLimit)
-{
-    HBStoreRowsRead read;
-    for (HBPersistentStore *store : stores) {
-        if (store->holdsEntity(entity))
-            read.emplace_back(store, store->fetchRows(entity, predicate, sort, fetchLimit));
-    }
-    return read;
-}
-
-const HBEntityDescription *fetchedEntity(const HBPersistentStoreCoordinator *coordinator, const HBFetchRequest &request)
-{
-    return coordinator ? coordinator->managedObjectModel()->entityNamed(request.entityName()) : nullptr;
-}
-
-// A request without a predicate fetches every record.
-HBPredicate fetchedPredicate(const HBFetchRequest &request)
-{
-    return request.predicate().isValid() ? request.predicate() : HBPredicate::truePredicate();
-}
-
-bool sameFetch(const HBFetchRequest &a, const HBFetchRequest &b)
-{
-    const QList<HBSortDescriptor> sortA = a.sortDescriptors(), sortB = b.sortDescriptors();
-    return a.entityName() == b.entityName() && a.predicate().sharesTreeWith(b.predicate())
-           && a.fetchLimit() == b.fetchLimit()
-           && std::equal(sortA.begin(), sortA.end(), sortB.begin(), sortB.end(), [](const auto &x, const auto &y) {
-                  return x.key == y.key && x.ascending == y.ascending;
-              });
-}
-
-// A few segments ahead at most: each holds its rows until they are asked for.
-constexpr size_t kMaxReadAheads = 4;
 
 } // namespace
 
 HBManagedObjectContext::HBManagedObjectContext(ConcurrencyType type, QObject *parent)
     : QObject(parent)
     , m_type(type)
+    , m_queue(std::make_unique<HBContextQueue>(type == MainQueueConcurrencyType ? HBContextQueue::Kind::Main
+                                                                                : HBContextQueue::Kind::Private))
     , d(std::make_unique<Private>())
 {
     qRegisterMetaType<HBSaveChanges>();
@@ -185,12 +32,8 @@ HBManagedObjectContext::HBManagedObjectContext(ConcurrencyType type, QObject *pa
 
 HBManagedObjectContext::~HBManagedObjectContext()
 {
-    // let a running drain finish before the objects go
-    {
-        QMutexLocker queue(&d->queueMutex);
-        while (d->draining)
-            d->drained.wait(&d->queueMutex);
-    }
+    // a running drain finishes before the objects go
+    m_queue.reset();
     reset();
 }
 
@@ -213,74 +56,22 @@ void HBManagedObjectContext::setParentContext(HBManagedObjectContext *parent)
 
 void HBManagedObjectContext::performBlock(std::function<void()> block)
 {
-    if (m_type == MainQueueConcurrencyType) {
-        HBMainThread::post([this, block = std::move(block)] {
-            QMutexLocker lock(&d->lock);
-            RunningScope scope(this);
-            block();
-        });
-        return;
-    }
-    QMutexLocker queue(&d->queueMutex);
-    d->tasks.push_back(std::move(block));
-    if (d->draining)
-        return;
-    d->draining = true;
-    // A block may wait for the main thread or for another context: the
-    // queue never waits behind other work for a thread.
-    HBBackgroundWork::startDedicated([this] {
-        for (;;) {
-            QMutexLocker queue(&d->queueMutex);
-            if (d->tasks.empty()) {
-                d->draining = false;
-                d->drained.wakeAll();
-                return;
-            }
-            std::function<void()> task = std::move(d->tasks.front());
-            d->tasks.pop_front();
-            queue.unlock();
-            QMutexLocker lock(&d->lock);
-            RunningScope scope(this);
-            task();
-        }
-    });
+    m_queue->perform(std::move(block));
 }
 
 void HBManagedObjectContext::performBlockAndWait(const std::function<void()> &block)
 {
-    if (isRunning(this)) {
-        block();
-        return;
-    }
-    if (m_type == MainQueueConcurrencyType) {
-        HBMainThread::runAndWait([this, &block] {
-            QMutexLocker lock(&d->lock);
-            RunningScope scope(this);
-            block();
-        });
-        return;
-    }
-    std::promise<void> done;
-    std::future<void> finished = done.get_future();
-    performBlock([&block, &done] {
-        block();
-        done.set_value();
-    });
-    HBMainThread::waitUntil([&finished](std::chrono::milliseconds slice) {
-        return finished.wait_for(slice) == std::future_status::ready;
-    });
+    m_queue->performAndWait(block);
 }
 
 void HBManagedObjectContext::lock()
 {
-    d->lock.lock();
-    HB_WILL_LOCK(Context);
+    m_queue->lock();
 }
 
 void HBManagedObjectContext::unlock()
 {
-    HB_DID_UNLOCK(Context);
-    d->lock.unlock();
+    m_queue->unlock();
 }
 
 // --- objects ----------------------------------------------------------------
@@ -558,180 +349,17 @@ QList<HBManagedObjectContext::Snapshot> HBManagedObjectContext::fetchSnapshots(c
 
 void HBManagedObjectContext::readAhead(const HBFetchRequest &request)
 {
-    HBPersistentStoreCoordinator *coordinator = m_parent ? nullptr : m_coordinator;
-    const HBEntityDescription *entity = fetchedEntity(coordinator, request);
-    if (!entity || d->hasUnsavedChanges(entity->rootEntity()) || d->readAheads.size() >= kMaxReadAheads)
-        return;
-    HBReadAhead ahead{request, d->saveSerial, coordinator->storesGeneration(), {}};
-    ahead.rows = HBBackgroundWork::async([stores = coordinator->persistentStores(), entity, predicate = fetchedPredicate(request),
-                                          sort = request.sortDescriptors(), limit = request.fetchLimit()] {
-        return readRows(stores, entity, predicate, sort, limit);
-    });
-    d->readAheads.push_back(std::move(ahead));
-}
-
-// The rows read ahead for the request, once read; nullopt when there are
-// none or they are no longer good. Waiting for them cannot block on a file
-// this thread holds: the files are only held while a save writes, and a
-// save neither fetches nor takes rows read before it.
-std::optional<HBStoreRowsRead> HBManagedObjectContext::Private::takeReadAhead(const HBFetchRequest &request, bool overlay,
-                                                                             quint64 storesGeneration)
-{
-    const auto match = std::find_if(readAheads.begin(), readAheads.end(),
-                                    [&request](const HBReadAhead &r) { return sameFetch(r.request, request); });
-    if (match == readAheads.end())
-        return std::nullopt;
-    HBReadAhead taken = std::move(*match);
-    readAheads.erase(match);
-    HBStoreRowsRead rows = taken.rows.get();
-    if (overlay || taken.saveSerial != saveSerial || taken.storesGeneration != storesGeneration)
-        return std::nullopt;
-    return rows;
+    HBContextFetch(*this).readAhead(request);
 }
 
 QList<HBManagedObject *> HBManagedObjectContext::executeFetchRequest(const HBFetchRequest &request, HBError *error)
 {
-    HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
-    const HBEntityDescription *entity = fetchedEntity(coordinator, request);
-    if (!entity) {
-        if (error)
-            *error = HBManagedObjectContext::error(NoEntityError, QStringLiteral("No entity named %1").arg(request.entityName()));
-        return {};
-    }
-    const HBPredicate predicate = fetchedPredicate(request);
-    // inserted (possibly saved or deleted since; checked on use) and updated
-    // objects of the entity's table
-    const std::vector<HBManagedObject *> &inserted = d->insertedByRoot[entity->rootEntity()];
-    const QSet<HBManagedObject *> &updated = d->updatedByRoot[entity->rootEntity()];
-    const bool overlay = d->hasUnsavedChanges(entity->rootEntity());
+    return HBContextFetch(*this).execute(request, error);
+}
 
-    HBFetchRequest below = request;
-    if (overlay)
-        below.setFetchLimit(0);
-    below.setRelationshipKeyPathsForPrefetching({});
-
-    // Unchanged objects are refreshed from what the layer below says;
-    // changed ones keep their values and are judged in memory.
-    auto adopt = [this](const HBManagedObjectID &id, HBRowValues &&values) {
-        HBManagedObject *object = d->registered.value(id);
-        if (!object) {
-            object = makeObject(id.entity(), id);
-            object->m_values = std::move(values);
-            object->awakeFromFetch();
-        } else if (object->m_fault || !object->hasChanges()) {
-            const bool wasFault = object->m_fault;
-            object->m_values = std::move(values);
-            object->m_fault = false;
-            if (wasFault)
-                object->awakeFromFetch();
-        }
-        return object;
-    };
-
-    QList<HBManagedObject *> candidates;
-    bool filterAll = false;
-    bool unsorted = false;
-    int sources = 0;
-    if (m_parent) {
-        HBError parentError;
-        for (Snapshot &s : m_parent->fetchSnapshots(below, &parentError))
-            candidates.append(adopt(s.id, std::move(s.values)));
-        if (!parentError.isNull()) {
-            if (error)
-                *error = parentError;
-            return {};
-        }
-        sources = 1;
-    } else {
-        std::optional<HBStoreRowsRead> read = d->takeReadAhead(request, overlay, coordinator->storesGeneration());
-        if (!read)
-            read = readRows(coordinator->persistentStores(), entity, predicate, below.sortDescriptors(), below.fetchLimit());
-        for (auto &[store, rows] : *read) {
-            if (!rows.ok) {
-                if (error)
-                    *error = rows.error;
-                return {};
-            }
-            filterAll = filterAll || !rows.filtered;
-            unsorted = unsorted || !rows.sorted;
-            // only rows of several files need merging in order
-            if (!rows.rows.isEmpty())
-                ++sources;
-            const quint32 identifier = store->identifierToken();
-            for (HBStoreRow &row : rows.rows) {
-                if (row.entity)
-                    candidates.append(adopt(HBManagedObjectID::permanentID(row.entity, identifier, row.primaryKey),
-                                            std::move(row.values)));
-            }
-        }
-    }
-
-    // Each row is another object (one per store and primary key), so the
-    // candidates need no check against each other.
-    QList<HBManagedObject *> results;
-    results.reserve(candidates.size());
-    for (HBManagedObject *object : candidates) {
-        if (object->m_deleted)
-            continue;
-        if ((filterAll || (overlay && object->hasChanges())) && !predicate.evaluateWithObject(object))
-            continue;
-        results.append(object);
-    }
-    // What is already in the results is only looked up for a changed
-    // object: a fetch of a segment's hundred thousand points has none.
-    std::optional<QSet<HBManagedObject *>> seen;
-    bool addedInMemory = false;
-    auto addFromMemory = [&](HBManagedObject *object) {
-        if (object->m_deleted || !object->hasChanges() || !object->m_entity->isKindOfEntity(entity))
-            return;
-        if (!seen)
-            seen.emplace(results.cbegin(), results.cend());
-        if (!seen->contains(object) && predicate.evaluateWithObject(object)) {
-            seen->insert(object);
-            results.append(object);
-            addedInMemory = true;
-        }
-    };
-    for (HBManagedObject *object : inserted) {
-        if (object->m_inserted)
-            addFromMemory(object);
-    }
-    for (HBManagedObject *object : updated)
-        addFromMemory(object);
-    const QList<HBSortDescriptor> sort = request.sortDescriptors();
-    if (!sort.isEmpty() && (addedInMemory || sources > 1 || filterAll || overlay || unsorted))
-        sortObjects(results, sort);
-    if (request.fetchLimit() > 0 && results.size() > request.fetchLimit())
-        results.resize(request.fetchLimit());
-
-    for (const QString &keyPath : request.relationshipKeyPathsForPrefetching()) {
-        const HBPropertyDescription *p = entity->propertyNamed(keyPath.section(u'.', 0, 0));
-        if (!p || !p->isRelationship || results.isEmpty())
-            continue;
-        HBFetchRequest prefetch(p->destinationEntity->name());
-        if (p->isToMany) {
-            QList<HBManagedObject *> owners = results;
-            prefetch.setPredicate(HBPredicate::format(p->inverse->name + QStringLiteral(" IN %@"),
-                                                      {QVariant::fromValue(owners)}));
-            QHash<const HBManagedObject *, QList<HBManagedObject *>> byOwner;
-            for (HBManagedObject *member : executeFetchRequest(prefetch))
-                byOwner[member->objectForKey(p->inverse->name)].append(member);
-            for (HBManagedObject *owner : results)
-                cacheMembers(owner, p->index, byOwner.value(owner));
-        } else {
-            QList<HBManagedObjectID> targets;
-            for (HBManagedObject *owner : results) {
-                const QVariant v = asID(owner->primitiveValue(p->index));
-                if (v.isValid())
-                    targets.append(v.value<HBManagedObjectID>());
-            }
-            if (targets.isEmpty())
-                continue;
-            prefetch.setPredicate(HBPredicate::format(QStringLiteral("self IN %@"), {QVariant::fromValue(targets)}));
-            executeFetchRequest(prefetch);
-        }
-    }
-    return results;
+qsizetype HBManagedObjectContext::countForFetchRequest(const HBFetchRequest &request, HBError *error)
+{
+    return HBContextFetch(*this).count(request, error);
 }
 
 QList<HBManagedObjectID> HBManagedObjectContext::executeFetchRequestForObjectIDs(const HBFetchRequest &request, HBError *error)
@@ -740,24 +368,6 @@ QList<HBManagedObjectID> HBManagedObjectContext::executeFetchRequestForObjectIDs
     for (const HBManagedObject *object : executeFetchRequest(request, error))
         ids.append(object->m_objectID);
     return ids;
-}
-
-// Counting every record of an entity in a context with nothing unsaved is
-// one COUNT per file; anything else counts what a fetch returns.
-qsizetype HBManagedObjectContext::countForFetchRequest(const HBFetchRequest &request, HBError *error)
-{
-    HBPersistentStoreCoordinator *coordinator = persistentStoreCoordinator();
-    const HBEntityDescription *entity = fetchedEntity(coordinator, request);
-    const bool countsStores = entity && !m_parent && !request.predicate().isValid() && request.fetchLimit() <= 0
-                              && !d->hasUnsavedChanges(entity->rootEntity());
-    if (!countsStores)
-        return executeFetchRequest(request, error).size();
-    qsizetype count = 0;
-    for (HBPersistentStore *store : coordinator->persistentStores()) {
-        if (store->holdsEntity(entity))
-            count += qsizetype(store->countRows(entity));
-    }
-    return count;
 }
 
 // --- identifiers --------------------------------------------------------------

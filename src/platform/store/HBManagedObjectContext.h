@@ -16,6 +16,7 @@
 #include <vector>
 
 class HBEntityDescription;
+class HBContextQueue;
 class HBManagedObject;
 class HBPersistentStore;
 class HBPersistentStoreCoordinator;
@@ -127,6 +128,7 @@ signals:
 
 private:
     friend class HBManagedObject;
+    friend class HBContextFetch;
     struct Private;
     struct Snapshot;
     // A new object of this context, registered under the ID.
@@ -153,6 +155,7 @@ private:
     QList<Snapshot> fetchSnapshots(const HBFetchRequest &request, HBError *error);
 
     ConcurrencyType m_type;
+    std::unique_ptr<HBContextQueue> m_queue;
     HBManagedObjectContext *m_parent = nullptr;
     HBPersistentStoreCoordinator *m_coordinator = nullptr;
     std::unique_ptr<Private> d;

@@ -11,7 +11,6 @@
 #include <QMutex>
 #include <QRecursiveMutex>
 #include <QSet>
-#include <QWaitCondition>
 
 #include <deque>
 #include <future>
@@ -54,13 +53,6 @@ struct HBReadAhead
 
 struct HBManagedObjectContext::Private
 {
-    // the queue
-    QRecursiveMutex lock;
-    QMutex queueMutex;
-    std::deque<std::function<void()>> tasks;
-    bool draining = false;
-    QWaitCondition drained;   // draining has become false
-
     // The objects by ID. Those still known by a temporary ID are indexed
     // apart, and only from the first time one is asked for by its ID: an
     // import inserts a million points and never asks, and indexing them
