@@ -78,6 +78,7 @@ protected:
 private:
     friend class HBManagedObjectContext;
     friend class HBContextFetch;
+    friend class HBContextSave;
     // Inline: every read and write of a value asks first.
     void fireFault() const
     {

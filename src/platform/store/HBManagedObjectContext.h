@@ -4,16 +4,13 @@
 #include "platform/store/HBFetchRequest.h"
 #include "platform/store/HBManagedObjectID.h"
 #include "platform/store/HBStoreRow.h"
-#include "platform/store/HBStoreWriter.h"
 
 #include <QList>
-#include <QSet>
 #include <QObject>
 
 #include <functional>
 #include <memory>
 #include <optional>
-#include <vector>
 
 class HBEntityDescription;
 class HBContextQueue;
@@ -129,6 +126,7 @@ signals:
 private:
     friend class HBManagedObject;
     friend class HBContextFetch;
+    friend class HBContextSave;
     struct Private;
     struct Snapshot;
     // A new object of this context, registered under the ID.
@@ -144,14 +142,6 @@ private:
     void cacheMembers(const HBManagedObject *owner, int index, const QList<HBManagedObject *> &members) const;
     // The object's values with relationships as IDs, for a child or parent.
     static HBRowValues valuesForAnotherContext(const HBManagedObject *object);
-    // The steps of a save.
-    using Changes = HBStoreWriter::Changes;
-    void runWillSaveHooks();
-    void gatherChanges(Changes &pending, std::vector<HBManagedObject *> &dropped) const;
-    void pushIntoParent(const Changes &pending);
-    void renameTemporaryIDs(const Changes &pending);
-    void settleSaved(const Changes &pending, const std::vector<HBManagedObject *> &dropped, bool saved);
-    void forgetSettled(const QSet<HBManagedObject *> &gone, bool saved);
     QList<Snapshot> fetchSnapshots(const HBFetchRequest &request, HBError *error);
 
     ConcurrencyType m_type;
