@@ -296,9 +296,11 @@ void HBTrackSourceList::showFetchedIdentifiers(const FetchedIdentifiers &ids)
     HBManagedObjectContext *ui = HBTrackManager::sharedTrackManager()->mainQueueContext();
     QList<HBManagedObject *> tracks = objectsWithIDs(ui, ids.tracks);
     QList<HBManagedObject *> waypoints = objectsWithIDs(ui, ids.waypoints);
-    // the point counts read every track; a sorted list reads every record
-    QList<HBManagedObject *> read = m_tracksAndWaypointsSortDescriptors.isEmpty() ? tracks : tracks + waypoints;
-    m_loading.reset(new Loading{ids.refresh, std::move(tracks), std::move(waypoints), HBFaultLoader(ui, std::move(read))});
+    // The point counts read every track, and a table reads its rows and
+    // sorts by their values: all are loaded here, a slice at a time,
+    // rather than one by one when first read.
+    HBFaultLoader loader(ui, tracks + waypoints);
+    m_loading.reset(new Loading{ids.refresh, std::move(tracks), std::move(waypoints), std::move(loader)});
     // the records were made in this turn; they load in the next ones
     continueLoadingLater();
 }

@@ -34,9 +34,9 @@ using HBIndexPath = QList<qsizetype>;
 //      identifiers of the matching tracks, then waypoints, unless the node
 //      has no track predicate (then nothing is listed, waypoints neither);
 //   3. main thread: the identifiers become records of the main-queue
-//      context; the tracks' values (and, for a sorted list, the waypoints')
-//      are loaded a chunk per turn of the event loop; then the counts are
-//      set, and the list is merged if it differs; didRefreshTracksAndWaypoints.
+//      context, whose values are loaded a chunk per turn of the event loop;
+//      then the counts are set, and the list is merged if it differs;
+//      didRefreshTracksAndWaypoints.
 // A refresh that reaches step 3 abandons the step 3 of an older one.
 //
 // Invariants, on the main thread between events:
