@@ -2,6 +2,7 @@
 
 #include "HBGPSImport.h"
 #include "HBGPSSelection.h"
+#include "HBGPSTree.h"
 
 #include "export/HBGPXExporter.h"
 #include "manager/HBTrackManager.h"
@@ -44,6 +45,8 @@ const QString kToolHelp = QStringLiteral(
     "  delete --source NAME   delete the import sources of that file name with\n"
     "                         their tracks and waypoints\n"
     "  info                   show where the data lives and what the stores hold\n"
+    "  tree                   show the smart lists, dates and files with their\n"
+    "                         counts\n"
     "\n"
     "hbgps COMMAND --help shows the options of a command. The data lives under\n"
     "$XDG_DATA_HOME/Fernwick and $XDG_CACHE_HOME/Fernwick. Exit status: 0 done,\n"
@@ -278,6 +281,8 @@ int HBGPSTool::run(const QStringList &arguments)
         return deleteSource(rest);
     if (command == QLatin1String("info"))
         return info(rest);
+    if (command == QLatin1String("tree"))
+        return tree(rest);
     return usageError(command.isEmpty() ? QStringLiteral("no command given") : QStringLiteral("unknown command %1").arg(command));
 }
 
@@ -454,5 +459,28 @@ int HBGPSTool::info(const QStringList &arguments)
                 m_out << "  " << entity->name() << ": " << rows << '\n';
         }
     }
+    return Success;
+}
+
+int HBGPSTool::tree(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Shows the smart lists, the date tree (years, months and days in local time and the user's language) and the "
+        "file tree as the track picker's source list does, headers upper-cased, one line per node with what selecting "
+        "it lists: \"N Tracks (N points), N Waypoints\". --json prints one object {\"smart\": [...], \"dates\": [...], "
+        "\"files\": [...]} whose nodes have name, tracks, points and waypoints; years also year and months, months "
+        "month and days, days day."));
+    parser.addOption({QStringLiteral("json"), QStringLiteral("Print JSON.")});
+    int exitCode = Success;
+    if (!parseCommand(parser, arguments, m_out, m_err, &exitCode))
+        return exitCode;
+    if (!parser.positionalArguments().isEmpty())
+        return usageError(QStringLiteral("tree takes no arguments"));
+    HBGPSTree tree(m_out);
+    if (parser.isSet(QStringLiteral("json")))
+        tree.printJson();
+    else
+        tree.printText();
     return Success;
 }

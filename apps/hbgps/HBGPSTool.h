@@ -6,7 +6,8 @@
 class HBTrackManager;
 
 // The hbgps command line: import files, list, export and delete what was
-// imported, and show where the data lives. Exit status 0 for success, 1
+// imported, browse it as the source list does, and show where the data
+// lives. Exit status 0 for success, 1
 // for a failed operation, 2 for bad usage.
 class HBGPSTool
 {
@@ -22,6 +23,7 @@ private:
     int exportFile(const QStringList &arguments);
     int deleteSource(const QStringList &arguments);
     int info(const QStringList &arguments);
+    int tree(const QStringList &arguments);
     int usageError(const QString &message);
 
     QTextStream m_out;

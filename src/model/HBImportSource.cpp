@@ -50,3 +50,9 @@ QList<HBEvent *> HBImportSource::events() const
         events.append(static_cast<HBEvent *>(event));
     return events;
 }
+
+// By identifier, which stays good on the thread that fetches with it.
+HBPredicate HBImportSource::importSourcePredicate() const
+{
+    return HBPredicate::format(QStringLiteral("importSource == %@"), {QVariant::fromValue(objectID())});
+}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "browse/HBTreeNode.h"
 #include "platform/store/HBManagedObject.h"
 
 #include <QDateTime>
@@ -12,7 +13,10 @@ class HBEvent;
 
 // One imported file (or one device download). It owns what came out of
 // it: deleting the source deletes its events, tracks and waypoints.
-class HBImportSource : public HBManagedObject
+//
+// The record itself is the file's leaf in the file tree, listing the
+// tracks and waypoints that came from it.
+class HBImportSource : public HBManagedObject, public HBTreeNode
 {
 public:
     // What kind of source made the record. Every importer of this library
@@ -22,7 +26,7 @@ public:
     QString filePath() const { return valueForKey(QStringLiteral("filePath")).toString(); }
     void setFilePath(const QString &path) { setValueForKey(path, QStringLiteral("filePath")); }
     // shown name; importers use the file's last path component
-    QString name() const { return valueForKey(QStringLiteral("name")).toString(); }
+    QString name() const override { return valueForKey(QStringLiteral("name")).toString(); }
     void setName(const QString &name) { setValueForKey(name, QStringLiteral("name")); }
     // when the import ran, UTC
     QDateTime importDate() const { return valueForKey(QStringLiteral("importDate")).toDateTime(); }
@@ -42,4 +46,12 @@ public:
     QList<HBEvent *> events() const;
     QList<HBManagedObject *> tracks() const { return objectsForKey(QStringLiteral("tracks")); }
     QList<HBManagedObject *> waypoints() const { return objectsForKey(QStringLiteral("waypoints")); }
+
+    // As a leaf of the file tree.
+    bool isLeaf() const override { return true; }
+    HBPredicate trackPredicate() const override { return importSourcePredicate(); }
+    HBPredicate waypointPredicate() const override { return importSourcePredicate(); }
+
+private:
+    HBPredicate importSourcePredicate() const;
 };

@@ -109,6 +109,8 @@ private slots:
         QTest::newRow("export help") << help("export") << 0 << "Usage: hbgps export [options]";
         QTest::newRow("delete help") << help("delete") << 0 << "Usage: hbgps delete [options]";
         QTest::newRow("info help") << help("info") << 0 << "Usage: hbgps info [options]";
+        QTest::newRow("tree help") << help("tree") << 0 << "Usage: hbgps tree [options]";
+        QTest::newRow("tree with an argument") << QStringList{QStringLiteral("tree"), QStringLiteral("2005")} << 2 << QString();
         QTest::newRow("no command") << QStringList{} << 2 << QString();
         QTest::newRow("unknown command") << QStringList{QStringLiteral("sync")} << 2 << QString();
         QTest::newRow("unknown option") << QStringList{QStringLiteral("list"), QStringLiteral("--colour")} << 2 << QString();
@@ -194,6 +196,50 @@ private slots:
         QCOMPARE(info.exitCode, 0);
         QVERIFY(info.out.contains(QStringLiteral("Support folder: ") + m_home.filePath(QStringLiteral("data/Fernwick"))));
         QVERIFY(info.out.contains(QStringLiteral("HBTrackPoint: 2")));
+    }
+
+    // Each node with what selecting it lists, in the source list's order:
+    // the newest batch, the local days (TZ=UTC here), the files by name.
+    void treeShowsWhatEachNodeLists()
+    {
+        QTemporaryDir home;
+        const QStringList files{QStringLiteral(HB_CORPUS_DIR "/gpx/gpsbabel-gdb-sample.gpx"),
+                                QStringLiteral(HB_CORPUS_DIR "/tcx/gpsbabel-history.tcx")};
+        QCOMPARE(hbgpsIn(home.path(), QStringList{QStringLiteral("import")} + files).exitCode, 0);
+        const Run text = hbgpsIn(home.path(), {QStringLiteral("tree")});
+        QCOMPARE(text.exitCode, 0);
+        QCOMPARE(text.lines(), (QStringList{
+                                   "SMART LISTS",
+                                   "  Recent Imports: 10 Tracks (1952 points), 9 Waypoints",
+                                   "DATE BROWSER",
+                                   "  2005: 9 Tracks (747 points), 8 Waypoints",
+                                   "    February: 0 Tracks (0 points), 5 Waypoints",
+                                   "      26 (Saturday): 0 Tracks (0 points), 5 Waypoints",
+                                   "    May: 9 Tracks (747 points), 0 Waypoints",
+                                   "      1 (Sunday): 9 Tracks (747 points), 0 Waypoints",
+                                   "    June: 0 Tracks (0 points), 2 Waypoints",
+                                   "      24 (Friday): 0 Tracks (0 points), 2 Waypoints",
+                                   "    November: 0 Tracks (0 points), 1 Waypoints",
+                                   "      8 (Tuesday): 0 Tracks (0 points), 1 Waypoints",
+                                   "  2008: 1 Tracks (1205 points), 0 Waypoints",
+                                   "    August: 1 Tracks (1205 points), 0 Waypoints",
+                                   "      21 (Thursday): 1 Tracks (1205 points), 0 Waypoints",
+                                   "FILE BROWSER",
+                                   "  gpsbabel-gdb-sample.gpx: 9 Tracks (747 points), 9 Waypoints",
+                                   "  gpsbabel-history.tcx: 1 Tracks (1205 points), 0 Waypoints",
+                               }));
+
+        const Run json = hbgpsIn(home.path(), {QStringLiteral("tree"), QStringLiteral("--json")});
+        const QJsonObject trees = QJsonDocument::fromJson(json.outBytes).object();
+        QCOMPARE(trees.keys(), (QStringList{"dates", "files", "smart"}));
+        const QJsonObject year = trees[QStringLiteral("dates")][1].toObject();
+        const QJsonObject day = year[QStringLiteral("months")][0][QStringLiteral("days")][0].toObject();
+        QCOMPARE(day, (QJsonObject{{"name", "21 (Thursday)"}, {"day", 21}, {"tracks", 1}, {"points", 1205}, {"waypoints", 0}}));
+        QCOMPARE(year[QStringLiteral("year")].toInt(), 2008);
+        QCOMPARE(year[QStringLiteral("months")][0][QStringLiteral("month")].toInt(), 8);
+        QCOMPARE(trees[QStringLiteral("files")][0].toObject(),
+                 (QJsonObject{{"name", "gpsbabel-gdb-sample.gpx"}, {"tracks", 9}, {"points", 747}, {"waypoints", 9}}));
+        QCOMPARE(trees[QStringLiteral("smart")][0][QStringLiteral("tracks")].toInt(), 10);
     }
 
     // What a file that is not what it claims to be gave, in its one line,

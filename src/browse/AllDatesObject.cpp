@@ -1,0 +1,7 @@
+#include "browse/AllDatesObject.h"
+
+AllDatesObject *AllDatesObject::allDatesObject()
+{
+    static AllDatesObject node;
+    return &node;
+}
