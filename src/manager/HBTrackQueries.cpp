@@ -137,7 +137,8 @@ void HBTrackQueries::refreshRecentImportsPredicate()
     // application's thread, which the worker may outlive once the program
     // returns from main() and the application waits for the workers.
     HBManagedObjectContext *ui = m_manager.mainQueueContext();
-    HBBackgroundWork::start([this, ui] {
+    const quint64 serial = ++m_refreshesStarted;
+    HBBackgroundWork::start([this, ui, serial] {
         std::unique_ptr<HBManagedObjectContext> context = m_manager.newPrivateQueueContext();
         QList<HBManagedObjectID> batch;
         context->performBlockAndWait([&] {
@@ -156,7 +157,13 @@ void HBTrackQueries::refreshRecentImportsPredicate()
         const HBPredicate predicate = batch.isEmpty()
                                           ? HBPredicate::falsePredicate()
                                           : HBPredicate::format(QStringLiteral("self.importSource IN %@"), {QVariant::fromValue(batch)});
-        ui->performBlock([this, predicate] { setRecentImportsPredicate(predicate); });
+        // refreshes run side by side: an older one finishing last must not win
+        ui->performBlock([this, predicate, serial] {
+            if (serial < m_newestRefreshApplied)
+                return;
+            m_newestRefreshApplied = serial;
+            setRecentImportsPredicate(predicate);
+        });
     });
 }
 

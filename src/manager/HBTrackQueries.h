@@ -8,6 +8,8 @@
 #include <QMutex>
 #include <QObject>
 
+#include <atomic>
+
 class HBManagedObject;
 class HBTrack;
 class HBTrackManager;
@@ -51,6 +53,8 @@ private:
     void setRecentImportsPredicate(const HBPredicate &predicate);
 
     HBTrackManager &m_manager;
+    std::atomic<quint64> m_refreshesStarted{0};
+    quint64 m_newestRefreshApplied = 0;   // on the main thread
     mutable QMutex m_recentImportsMutex;
     HBPredicate m_recentImportsPredicate = HBPredicate::falsePredicate();
 };
