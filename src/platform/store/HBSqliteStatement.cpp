@@ -1,5 +1,7 @@
 #include "platform/store/HBSqliteStatement.h"
 
+#include "platform/HBError.h"
+
 #include <QStringDecoder>
 
 #include <sqlite3.h>
@@ -220,4 +222,25 @@ QByteArray HBSqliteStatement::blob(int column) const
 {
     const auto *bytes = static_cast<const char *>(sqlite3_column_blob(m_stmt, column));
     return QByteArray(bytes, sqlite3_column_bytes(m_stmt, column));
+}
+
+QString HBSqliteStatement::errorMessage(sqlite3 *db, const char *message)
+{
+    QString text = QString::fromUtf8(message ? message : sqlite3_errmsg(db));
+    const int primary = sqlite3_errcode(db) & 0xff;
+    if (const int systemError = sqlite3_system_errno(db);
+        systemError != 0 && (primary == SQLITE_CANTOPEN || primary == SQLITE_IOERR))
+        text += QStringLiteral(" (%1)").arg(qt_error_string(systemError));
+    return text;
+}
+
+bool HBSqliteStatement::execute(sqlite3 *db, const QString &sql, HBError *error)
+{
+    char *message = nullptr;
+    if (sqlite3_exec(db, sql.toUtf8().constData(), nullptr, nullptr, &message) == SQLITE_OK)
+        return true;
+    if (error)
+        *error = HBError(errorDomain(), sqlite3_errcode(db), errorMessage(db, message));
+    sqlite3_free(message);
+    return false;
 }

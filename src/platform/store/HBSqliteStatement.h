@@ -7,6 +7,7 @@
 #include <functional>
 #include <vector>
 
+class HBError;
 struct sqlite3;
 struct sqlite3_stmt;
 
@@ -62,6 +63,16 @@ public:
     double doubleValue(int column) const;
     QString text(int column) const;
     static QString textFromUtf8(QByteArrayView utf8);
+
+    // The domain of the errors of the store files.
+    static QString errorDomain() { return QStringLiteral("HBPersistentStoreErrorDomain"); }
+    // SQLite says only "unable to open database file" whether a file is
+    // missing, forbidden or past the process's limit of open files, and it
+    // says so for the write-ahead log and its shared memory too; the
+    // system's reason, added here, tells these apart.
+    static QString errorMessage(sqlite3 *db, const char *message = nullptr);
+    // Runs statements that return no rows.
+    static bool execute(sqlite3 *db, const QString &sql, HBError *error);
     // The text's bytes where SQLite keeps them, until the next step or reset.
     QByteArrayView utf8(int column) const;
     QByteArray blob(int column) const;
