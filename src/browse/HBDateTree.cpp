@@ -21,7 +21,6 @@ QList<QDateTime> storedDates(HBManagedObjectContext *context, const QString &ent
     request.setPredicate(importSource.isValid()
                              ? HBPredicate::format(dateKey + QStringLiteral(" != nil AND importSource == %@"), {importSource})
                              : HBPredicate::format(dateKey + QStringLiteral(" != nil")));
-    request.setReturnsObjectsAsFaults(false);
     QList<QDateTime> dates;
     for (const HBManagedObject *object : context->executeFetchRequest(request))
         dates.append(object->valueForKey(dateKey).toDateTime());

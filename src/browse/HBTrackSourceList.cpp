@@ -29,7 +29,6 @@ QList<HBManagedObjectID> fetchIdentifiers(HBManagedObjectContext *context, const
 {
     HBFetchRequest request(entity);
     request.setPredicate(predicate);
-    request.setResultType(HBFetchRequest::ManagedObjectIDResultType);
     HBError error;
     const QList<HBManagedObjectID> ids = context->executeFetchRequestForObjectIDs(request, &error);
     if (error.isNull())

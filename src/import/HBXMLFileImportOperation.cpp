@@ -262,7 +262,6 @@ QList<DuplicateKey> HBXMLFileImportOperation::fetchStoredPointKeys(const HBPredi
         for (const QString &key : sortKeys)
             sort.append({key, true});
         request.setSortDescriptors(sort);
-        request.setReturnsObjectsAsFaults(false);
         HBError error;
         const QList<HBManagedObject *> points = stored.executeFetchRequest(request, &error);
         if (!error.isNull())

@@ -269,7 +269,6 @@ std::optional<HBFetchRequest> HBTrackSegment::pointsFetchRequest() const
         return std::nullopt;
     HBFetchRequest request(QStringLiteral("HBTrackPoint"));
     request.setPredicate(HBPredicate::format(QStringLiteral("self IN %@"), {QVariant::fromValue(ids)}));
-    request.setReturnsObjectsAsFaults(false);
     request.setSortDescriptors({{QStringLiteral("order"), true}});
     // their extra attributes in the same pass: an export reads several of
     // each point, which would otherwise be a fetch each
@@ -319,7 +318,6 @@ HBTrackPoint *HBTrackSegment::fetchPointAtIndex(qsizetype index) const
         return nullptr;
     HBFetchRequest request(QStringLiteral("HBTrackPoint"));
     request.setPredicate(HBPredicate::format(QStringLiteral("self == %@"), {QVariant::fromValue(id)}));
-    request.setReturnsObjectsAsFaults(false);
     const QList<HBManagedObject *> found = context->executeFetchRequest(request);
     return found.isEmpty() ? nullptr : static_cast<HBTrackPoint *>(found.last());
 }

@@ -185,7 +185,6 @@ inline QSet<HBManagedObjectID> savedIDs(const QString &entity)
     QSet<HBManagedObjectID> ids;
     context->performBlockAndWait([&] {
         HBFetchRequest request(entity);
-        request.setResultType(HBFetchRequest::ManagedObjectIDResultType);
         const QList<HBManagedObjectID> found = context->executeFetchRequestForObjectIDs(request);
         ids = QSet<HBManagedObjectID>(found.cbegin(), found.cend());
     });

@@ -11,11 +11,11 @@
 // predicate, in the order of the sort descriptors, at most fetchLimit of
 // them (0: all). Relationship key paths to prefetch are loaded in one pass
 // with the results, so that walking them later does not fetch per object.
+// Fetched records are always loaded; a fetch of identifiers only is
+// HBManagedObjectContext::executeFetchRequestForObjectIDs.
 class HBFetchRequest
 {
 public:
-    enum ResultType { ManagedObjectResultType, ManagedObjectIDResultType };
-
     HBFetchRequest() = default;
     explicit HBFetchRequest(QString entityName) : m_entityName(std::move(entityName)) {}
     static HBFetchRequest fetchRequestWithEntityName(const QString &entityName) { return HBFetchRequest(entityName); }
@@ -26,7 +26,6 @@ public:
         HBFetchRequest request(entityName);
         request.setPredicate(predicate);
         request.setRelationshipKeyPathsForPrefetching(prefetch);
-        request.setReturnsObjectsAsFaults(false);
         return request;
     }
 
@@ -38,19 +37,13 @@ public:
     void setSortDescriptors(const QList<HBSortDescriptor> &sortDescriptors) { m_sortDescriptors = sortDescriptors; }
     int fetchLimit() const { return m_fetchLimit; }
     void setFetchLimit(int limit) { m_fetchLimit = limit; }
-    ResultType resultType() const { return m_resultType; }
-    void setResultType(ResultType type) { m_resultType = type; }
     QStringList relationshipKeyPathsForPrefetching() const { return m_prefetch; }
     void setRelationshipKeyPathsForPrefetching(const QStringList &keyPaths) { m_prefetch = keyPaths; }
-    bool returnsObjectsAsFaults() const { return m_returnsObjectsAsFaults; }
-    void setReturnsObjectsAsFaults(bool faults) { m_returnsObjectsAsFaults = faults; }
 
 private:
     QString m_entityName;
     HBPredicate m_predicate;
     QList<HBSortDescriptor> m_sortDescriptors;
     int m_fetchLimit = 0;
-    ResultType m_resultType = ManagedObjectResultType;
     QStringList m_prefetch;
-    bool m_returnsObjectsAsFaults = true;
 };
