@@ -136,6 +136,7 @@ HBManagedObject *HBContextFetch::adopt(const HBManagedObjectID &id, HBRowValues 
         if (wasFault)
             object->awakeFromFetch();
     }
+    object->checkState();
     return object;
 }
 

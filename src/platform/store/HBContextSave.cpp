@@ -166,8 +166,10 @@ void HBContextSave::settleSaved(const Changes &pending, const std::vector<HBMana
         gone.insert(o);
     }
     forgetSettled(gone, saved);
-    for (HBManagedObject *o : pending.inserted)
+    for (HBManagedObject *o : pending.inserted) {
+        o->checkState();
         o->didSave();
+    }
     for (HBManagedObject *o : pending.updated)
         o->didSave();
     for (HBManagedObject *o : pending.deleted)

@@ -34,10 +34,27 @@ public:
     const HBEntityDescription *entity() const { return m_entity; }
     HBManagedObjectID objectID() const { return m_objectID; }
 
+    // The states of a record in its context, by its flags:
+    //
+    //   state               inserted deleted fault changed  its context lists it in
+    //   new                 yes      no      no    any      insertedOrder
+    //   new, deleted again  yes      yes     no    any      insertedOrder (dropped at the save)
+    //   fault               no       no      yes   none     -
+    //   loaded              no       no      no    none     -
+    //   updated             no       no      no    some     updated
+    //   deleted             no       yes     any   any      deletedOrder (gone after the save)
+    //
+    // A save turns new and updated records into loaded ones and takes
+    // deleted ones out of the context; a reset forgets them all.
     bool isInserted() const { return m_inserted; }
     bool isDeleted() const { return m_deleted; }
     bool isUpdated() const { return !m_inserted && !m_deleted && m_changed != 0; }
     bool isFault() const { return m_fault; }
+    // Debug builds stop on a combination of flags the table does not have.
+    void checkState() const
+    {
+        Q_ASSERT_X(!m_fault || (!m_inserted && m_changed == 0), "HBManagedObject", "a fault is neither new nor changed");
+    }
     bool hasChanges() const { return m_inserted || m_deleted || m_changed != 0; }
 
     // Attribute values; a to-one relationship reads as HBManagedObject*,
