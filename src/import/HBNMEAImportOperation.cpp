@@ -384,6 +384,7 @@ bool HBNMEAImportOperation::saveImportSource()
         noteSaveFailure(error);
         if (importContexts().presentError)
             importContexts().presentError(error);
+        // the log's wording is the system's own, kept on purpose
         error.log(hbImport(), QStringLiteral("Error occurred in the NMEA parser trying to save to Core Data"));
     }
     context->reset();

@@ -295,6 +295,7 @@ void HBXMLFileImportOperation::removeDuplicates2()
     removeExistingDupesFromWaypoints(fetchStoredPointKeys(atCoordinates, {QStringLiteral("latitude")}));
 }
 
+// Kept on purpose: hosts may call this older rule, which no import uses.
 void HBXMLFileImportOperation::removeDuplicates()
 {
     qCInfo(hbImport) << "Begin dupes";

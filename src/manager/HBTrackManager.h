@@ -34,6 +34,7 @@ class HBTrackQueries;
 class HBWaypoint;
 
 // Names of the manager's announcements; each is also a signal of the manager.
+// Kept on purpose: hosts know the name, though nothing announces it.
 inline const QString HBTrackManagerDidAddNewCentralStore = QStringLiteral("HBTrackManagerDidAddNewCentralStore");
 inline const QString HBTrackManagerDidDeleteObjects = QStringLiteral("HBTrackManagerDidDeleteObjects");
 inline const QString HBTrackManagerDidAddNewImportSource = QStringLiteral("HBTrackManagerDidAddNewImportSource");

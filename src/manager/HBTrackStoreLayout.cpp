@@ -328,6 +328,7 @@ void HBTrackStoreLayout::assignToStore(HBGeoPoint *object, const QDateTime &date
     HBManagedObjectContext *context = object ? object->managedObjectContext() : nullptr;
     HBPersistentStoreCoordinator *coordinator = context ? context->persistentStoreCoordinator() : nullptr;
     if (!isManagerCoordinator(coordinator)) {
+        // the log's wording is the system's own, kept on purpose
         qCWarning(hbManager).noquote() << "Not assigning point to ANY reasonable coordinator!!!";
         return;
     }

@@ -203,6 +203,7 @@ void HBTrackSegment::saveTrackPointURIs()
     context->lock();
     coordinator->lock();
     HBError error;
+    // One retry, and the log's wording, are the system's own, kept on purpose.
     if (!context->obtainPermanentIDsForObjects(objects, &error)) {
         qCWarning(hbModel).noquote() << "ObtainPermanentIDsForObjects error occurred in saveTrackPointURIs:"
                                      << error.localizedDescription();
