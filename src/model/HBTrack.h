@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kits/geometry/HBSpatialObject.h"
 #include "platform/store/HBManagedObject.h"
 
 #include <QDateTime>
@@ -23,7 +24,7 @@ struct HBPropertyDescription;
 // Statistics follow structural edits only: setSegments, insertObject and
 // removeObjectFromSegmentsAtIndex end by recalculating. An importer builds
 // each segment's points first (setPoints) and then the track's segments.
-class HBTrack : public HBManagedObject
+class HBTrack : public HBManagedObject, public HBSpatialObject
 {
 public:
     QString name() const { return valueForKey(QStringLiteral("name")).toString(); }
@@ -80,8 +81,8 @@ public:
     // The kept geometry, else the cached one, else one built from points.
     std::shared_ptr<HBTrackGeometry> geometry();
     void setGeometry(std::shared_ptr<HBTrackGeometry> geometry);
-    QVariant objectOwner() const { return m_objectOwner; }
-    void setObjectOwner(const QVariant &owner) { m_objectOwner = owner; }
+    QVariant objectOwner() const override { return m_objectOwner; }
+    void setObjectOwner(const QVariant &owner) override { m_objectOwner = owner; }
 
     // As a map feature.
     QString featureName() const { return name(); }
