@@ -22,6 +22,7 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QHeaderView>
+#include <QMenu>
 #include <QMimeData>
 #include <QScopedValueRollback>
 
@@ -145,8 +146,12 @@ void HBTrackPickerWindowController::setUpTable()
     QItemSelectionModel *made = table->selectionModel();
     table->setSelectionModel(m_tableModel->selectionModel());
     delete made;
-    table->horizontalHeader()->resizeSection(HBTracksAndWaypointsTableModel::Name, 180);
-    table->horizontalHeader()->resizeSection(HBTracksAndWaypointsTableModel::StartDate, 140);
+    // pixels, until a person widens them; the source file takes the rest
+    using Model = HBTracksAndWaypointsTableModel;
+    for (const auto &[column, width] : {std::pair(Model::Name, 180), std::pair(Model::StartDate, 160),
+                                        std::pair(Model::Points, 70), std::pair(Model::Distance, 90),
+                                        std::pair(Model::Duration, 80)})
+        table->horizontalHeader()->resizeSection(column, width);
     connect(table, &TracksAndWaypointsTableView::removeSelectedTracksAndWaypointsAction, this,
             &HBTrackPickerWindowController::removeSelectedTracksAndWaypointsAction);
 }

@@ -17,6 +17,7 @@ class HBTrackSourceSplitView;
 class HBTracksAndWaypointsTableModel;
 class HBTreeNode;
 class ImportProgressView;
+class QMenu;
 class QProgressBar;
 class TracksAndWaypointsTableView;
 

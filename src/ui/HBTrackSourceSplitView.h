@@ -32,5 +32,5 @@ protected:
 private:
     void applyLeftWidth();
 
-    int m_leftWidth = 200;   // pixels
+    int m_leftWidth = 240;   // pixels, room for most file names
 };

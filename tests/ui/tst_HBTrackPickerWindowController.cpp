@@ -21,6 +21,7 @@
 
 #include <QCheckBox>
 #include <QLabel>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSplitterHandle>
@@ -346,6 +347,46 @@ private slots:
         const QModelIndexList entries =
             tree->match(tree->index(0, 0), Qt::DisplayRole, fileName, -1, Qt::MatchExactly | Qt::MatchRecursive);
         QTRY_COMPARE(entries.size(), wholeFile ? 0 : 1);
+    }
+
+    // A right-click on the selected file's entry, then on a year.
+    void sourceListMenu_data()
+    {
+        QTest::addColumn<bool>("onFile");
+        QTest::addColumn<QList<bool>>("visible");
+        QTest::addColumn<QString>("removeTitle");
+        QTest::newRow("selected file") << true << QList<bool>{true, true, true, true}
+                                       << QStringLiteral("Remove Track File From Database");
+        QTest::newRow("unselected year") << false << QList<bool>{false, false, true, true}
+                                         << QStringLiteral("Remove Tracks && Waypoints From List");
+    }
+
+    void sourceListMenu()
+    {
+        QFETCH(bool, onFile);
+        QFETCH(QList<bool>, visible);
+        QFETCH(QString, removeTitle);
+        HBTrackSourceList list;
+        const auto window = openWindow(&list);
+        QVERIFY(window);
+        const HBImportSource *source = importAndSelect(&list, 1, 0);
+        QVERIFY(source);
+        HBTrackSourceOutlineView *outline = window->sourceOutlineView();
+        const QAbstractItemModel *tree = outline->model();
+        const QModelIndexList entries = tree->match(tree->index(0, 0), Qt::DisplayRole, onFile ? source->name() : "2009",
+                                                    1, Qt::MatchExactly | Qt::MatchRecursive);
+        QCOMPARE(entries.size(), 1);
+        outline->scrollTo(entries.first());
+        const QPoint place = outline->visualRect(entries.first()).center();
+        QContextMenuEvent click(QContextMenuEvent::Mouse, place, outline->viewport()->mapToGlobal(place));
+        QApplication::sendEvent(outline->viewport(), &click);
+        QTRY_VERIFY(window->sourceListMenu()->isVisible());
+        QList<bool> shown;
+        for (const QAction *item : window->sourceListMenu()->actions())
+            shown.append(item->isVisible());
+        window->sourceListMenu()->close();
+        QCOMPARE(shown, visible);
+        QCOMPARE(window->sourceListMenu()->actions().at(3)->text(), removeTitle);
     }
 
     // Sizes, the split and the columns come back in the next window.
