@@ -22,6 +22,7 @@
 #include <QCheckBox>
 #include <QLabel>
 #include <QMenu>
+#include <QMimeData>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSplitterHandle>
@@ -176,9 +177,9 @@ private slots:
         QCOMPARE(split->leftWidth(), leftWidth);
     }
 
-    // The strip shows while a real import runs, the window taller by its
-    // height, and leaves with it.
-    void progressStripDuringImport()
+    // A file dropped on the window is imported; the strip shows while the
+    // import runs, the window taller by its height, and leaves with it.
+    void progressStripDuringImportOfDroppedFile()
     {
         HBTrackSourceList list;
         const auto window = openWindow(&list);
@@ -191,7 +192,14 @@ private slots:
         });
         const QString file = QStringLiteral(HB_CORPUS_DIR "/gpx/gpsbabel-garmin-edge-800-output.gpx");
         QCOMPARE(window->importProgressView()->isVisible(), false);
-        manager->importFilesAtPaths({file});
+        QMimeData dragged;
+        dragged.setUrls({QUrl::fromLocalFile(file)});
+        const QPoint there = window->rect().center();
+        QDragEnterEvent enter(there, Qt::CopyAction, &dragged, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(window.get(), &enter);
+        QVERIFY(enter.isAccepted());
+        QDropEvent drop(there, Qt::CopyAction, &dragged, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(window.get(), &drop);
         QTRY_VERIFY_WITH_TIMEOUT(seen.size() == 2, 60000);
         const int strip = window->importProgressView()->height();
         QVERIFY(strip > 0);
