@@ -84,7 +84,6 @@ HBTrackPickerWindowController::HBTrackPickerWindowController(HBTrackSourceList *
     centralWidget()->setMinimumSize(kMinimumContentWidth, kMinimumContentHeight);
     resize(minimumSizeHint());
     addToolBar(Qt::TopToolBarArea, m_toolbar);
-    setUnifiedTitleAndToolBarOnMac(true);
     setUpSourceOutline();
     setUpTable();
     setUpMenus();
@@ -215,7 +214,9 @@ void HBTrackPickerWindowController::expandItems()
     QModelIndex row = m_sourceTreeModel->index(0, 0);
     while (row.isValid()) {
         const HBTreeNode *node = outline->nodeAtIndex(row);
-        if (node && !node->isLeaf() && outline->isExpanded(row) != node->isExpanded()) {
+        // Only a row to open is a difference: a row open in the view whose
+        // node does not remember it would otherwise be found again forever.
+        if (node && !node->isLeaf() && node->isExpanded() && !outline->isExpanded(row)) {
             outline->expand(row);   // rows below it appear: look again from the top
             row = m_sourceTreeModel->index(0, 0);
             continue;
