@@ -17,11 +17,8 @@ HBTrackPickerController::HBTrackPickerController(QObject *parent)
             [this] { sourceListDidChange(SpatialObjectSelectionIndexesDidChangeContext); });
 }
 
-// The window goes before the source list it shows.
-HBTrackPickerController::~HBTrackPickerController()
-{
-    m_windowController.reset();
-}
+// Members go in reverse order: the window before the source list it shows.
+HBTrackPickerController::~HBTrackPickerController() = default;
 
 HBTrackManager *HBTrackPickerController::trackManager() const
 {
