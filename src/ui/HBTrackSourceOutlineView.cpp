@@ -3,8 +3,6 @@
 #include "browse/HBSourceListTreeModel.h"
 #include "ui/HBDeleteKey.h"
 
-#include <QContextMenuEvent>
-#include <QMenu>
 #include <QMouseEvent>
 
 HBTrackSourceOutlineView::HBTrackSourceOutlineView(QWidget *parent)
@@ -86,9 +84,7 @@ void HBTrackSourceOutlineView::mouseDoubleClickEvent(QMouseEvent *event)
 
 void HBTrackSourceOutlineView::contextMenuEvent(QContextMenuEvent *event)
 {
-    m_clickedIndex = indexAt(event->pos());
-    if (m_contextMenu)
-        m_contextMenu->popup(event->globalPos());
+    m_contextMenu.popUp(this, event);
 }
 
 void HBTrackSourceOutlineView::drawBranches(QPainter *painter, const QRect &rect, const QModelIndex &index) const

@@ -1,9 +1,10 @@
 #pragma once
 
+#include "ui/HBRowContextMenu.h"
+
 #include <QTreeView>
 
 class HBTreeNode;
-class QMenu;
 
 // The source list's tree. Headers are group rows: drawn in bold, never
 // selected, and a header that shows no disclosure indicator has none, so it
@@ -22,10 +23,10 @@ public:
     // True when the row has no disclosure indicator although it has children.
     bool hidesDisclosureIndicator(const QModelIndex &index) const;
     // The node of the row last right-clicked, null when the click hit no row.
-    HBTreeNode *clickedNode() const { return nodeAtIndex(m_clickedIndex); }
+    HBTreeNode *clickedNode() const { return nodeAtIndex(m_contextMenu.clickedIndex()); }
 
     // Pops up on a right-click, not owned.
-    void setContextMenu(QMenu *menu) { m_contextMenu = menu; }
+    void setContextMenu(QMenu *menu) { m_contextMenu.setMenu(menu); }
 
 signals:
     void removeSelectedSourceListAction();
@@ -45,6 +46,5 @@ private:
     bool mayCollapse(const QModelIndex &index) const;
     void collapsedRow(const QModelIndex &index);
 
-    QMenu *m_contextMenu = nullptr;
-    QPersistentModelIndex m_clickedIndex;
+    HBRowContextMenu m_contextMenu;
 };

@@ -3,8 +3,6 @@
 #include "ui/HBDeleteKey.h"
 #include "ui/HBTracksAndWaypointsItemDelegate.h"
 
-#include <QContextMenuEvent>
-#include <QMenu>
 #include <QHeaderView>
 
 TracksAndWaypointsTableView::TracksAndWaypointsTableView(QWidget *parent)
@@ -47,7 +45,5 @@ void TracksAndWaypointsTableView::keyPressEvent(QKeyEvent *event)
 
 void TracksAndWaypointsTableView::contextMenuEvent(QContextMenuEvent *event)
 {
-    m_clickedRow = indexAt(event->pos()).row();
-    if (m_contextMenu)
-        m_contextMenu->popup(event->globalPos());
+    m_contextMenu.popUp(this, event);
 }

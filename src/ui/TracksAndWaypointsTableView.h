@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QTableView>
+#include "ui/HBRowContextMenu.h"
 
-class QMenu;
+#include <QTableView>
 
 // The list of the tracks and waypoints a source-list entry holds. Delete
 // asks the window to remove the selected row, whether or not one is
@@ -17,10 +17,10 @@ public:
     void setModel(QAbstractItemModel *model) override;
 
     // -1 when the last right-click hit no row.
-    int clickedRow() const { return m_clickedRow; }
+    int clickedRow() const { return m_contextMenu.clickedIndex().row(); }
 
     // Pops up on a right-click, not owned.
-    void setContextMenu(QMenu *menu) { m_contextMenu = menu; }
+    void setContextMenu(QMenu *menu) { m_contextMenu.setMenu(menu); }
 
 signals:
     void removeSelectedTracksAndWaypointsAction();
@@ -30,6 +30,5 @@ protected:
     void contextMenuEvent(QContextMenuEvent *event) override;
 
 private:
-    QMenu *m_contextMenu = nullptr;
-    int m_clickedRow = -1;
+    HBRowContextMenu m_contextMenu;
 };

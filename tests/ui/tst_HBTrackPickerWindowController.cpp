@@ -98,6 +98,16 @@ class tst_HBTrackPickerWindowController : public QObject
         return nullptr;
     }
 
+    // The table's rows from the file of that name. When a file's entry goes,
+    // the outline moves on to a neighbouring entry, and the table to its rows.
+    static int rowsFrom(const HBTrackPickerWindowController *window, const QString &fileName)
+    {
+        const QAbstractItemModel *table = window->tracksAndWaypointsTableView()->model();
+        return int(table->match(table->index(0, HBTracksAndWaypointsTableModel::SourceFile), Qt::DisplayRole, fileName, -1,
+                                Qt::MatchExactly)
+                       .size());
+    }
+
     static qint64 storedRows(const QString &entity)
     {
         return rowsIn(HBTrackManager::supportFolder() + QStringLiteral("/TrackManagerDatabase.sql"), entity);
@@ -234,6 +244,27 @@ private slots:
         QCOMPARE(window->toolbar()->trackInfoItem()->text(), QStringLiteral("2 Tracks (4 points), 1 Waypoints"));
     }
 
+    // The table's menu acts on the row right-clicked, not the selected one.
+    void tableMenuZoomsToClickedRow()
+    {
+        HBTrackSourceList list;
+        const auto window = openWindow(&list);
+        QVERIFY(window);
+        Map map;
+        window->setMapController(&map);
+        QVERIFY(importAndSelect(&list, 2, 1));
+        TracksAndWaypointsTableView *table = window->tracksAndWaypointsTableView();
+        clickRows(table, {0});
+        const QPoint place = table->visualRect(table->model()->index(2, 0)).center();
+        QContextMenuEvent click(QContextMenuEvent::Mouse, place, table->viewport()->mapToGlobal(place));
+        QApplication::sendEvent(table->viewport(), &click);
+        QTRY_VERIFY(window->tableMenu()->isVisible());
+        window->tableMenu()->actions().at(0)->trigger();
+        window->tableMenu()->close();
+        QCOMPARE(map.fitted, (QList<QList<HBSpatialObject *>>{
+                                 {dynamic_cast<HBSpatialObject *>(list.sortedTracksAndWaypoints().at(2))}}));
+    }
+
     void deleteKeyInTable_data()
     {
         QTest::addColumn<QList<int>>("selectedRows");
@@ -296,6 +327,7 @@ private slots:
         QVERIFY(window);
         HBImportSource *source = importAndSelect(&list, 1, 1);
         QVERIFY(source);
+        const QString fileName = source->name();
         if (sourceListAlert)
             window->alertToDeleteSourceList(source);
         else
@@ -307,7 +339,7 @@ private slots:
         QTest::mouseClick(button(alert, answer), Qt::LeftButton);
         QCOMPARE(defaults().boolForKey(defaultShouldWarnTrackOrWaypointDeletion), warnTrackOrWaypoint);
         QCOMPARE(defaults().boolForKey(defaultShouldWarnSourceListDeletion), warnSourceList);
-        QTRY_COMPARE_WITH_TIMEOUT(list.tracksAndWaypoints().size(), listedAfter, 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(rowsFrom(window.get(), fileName), listedAfter, 30000);
     }
 
     // Checked in the store file and in both views: the file's rows in the
@@ -345,12 +377,7 @@ private slots:
         }
         QTRY_COMPARE_WITH_TIMEOUT(storedRows(QStringLiteral("HBTrack")), tracks - tracksGone, 30000);
         QCOMPARE(storedRows(QStringLiteral("HBGeoPoint")), waypoints - waypointsGone);
-        // the outline then moves on to a neighbouring file, and the table to its rows
-        const QAbstractItemModel *table = window->tracksAndWaypointsTableView()->model();
-        QTRY_COMPARE_WITH_TIMEOUT(table->match(table->index(0, HBTracksAndWaypointsTableModel::SourceFile), Qt::DisplayRole,
-                                               fileName, -1, Qt::MatchExactly)
-                                      .size(),
-                                  rowsLeft, 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(rowsFrom(window.get(), fileName), rowsLeft, 30000);
         const QAbstractItemModel *tree = window->sourceOutlineView()->model();
         const QModelIndexList entries =
             tree->match(tree->index(0, 0), Qt::DisplayRole, fileName, -1, Qt::MatchExactly | Qt::MatchRecursive);
