@@ -216,18 +216,22 @@ private slots:
         QCOMPARE(seen, (QList<std::pair<bool, int>>{{true, height + strip}, {false, height}}));
     }
 
-    // With nothing selected the map gets every row, in the table's order.
+    // With nothing selected the map gets every row, in the table's order;
+    // the table's menu fits the row right-clicked, not the selected ones.
     void zoomToFit_data()
     {
         QTest::addColumn<QList<int>>("selectedRows");
+        QTest::addColumn<int>("menuRow");   // -1: the toolbar's button
         QTest::addColumn<QList<int>>("fittedRows");
-        QTest::newRow("nothing selected") << QList<int>{} << QList<int>{0, 1, 2};
-        QTest::newRow("two selected") << QList<int>{2, 0} << QList<int>{0, 2};
+        QTest::newRow("nothing selected") << QList<int>{} << -1 << QList<int>{0, 1, 2};
+        QTest::newRow("two selected") << QList<int>{2, 0} << -1 << QList<int>{0, 2};
+        QTest::newRow("table menu") << QList<int>{0} << 2 << QList<int>{2};
     }
 
     void zoomToFit()
     {
         QFETCH(QList<int>, selectedRows);
+        QFETCH(int, menuRow);
         QFETCH(QList<int>, fittedRows);
         HBTrackSourceList list;
         const auto window = openWindow(&list);
@@ -235,34 +239,23 @@ private slots:
         Map map;
         window->setMapController(&map);
         QVERIFY(importAndSelect(&list, 2, 1));
-        clickRows(window->tracksAndWaypointsTableView(), selectedRows);
-        window->toolbar()->zoomToFitItem()->trigger();
+        TracksAndWaypointsTableView *table = window->tracksAndWaypointsTableView();
+        clickRows(table, selectedRows);
+        if (menuRow < 0) {
+            window->toolbar()->zoomToFitItem()->trigger();
+        } else {
+            const QPoint place = table->visualRect(table->model()->index(menuRow, 0)).center();
+            QContextMenuEvent click(QContextMenuEvent::Mouse, place, table->viewport()->mapToGlobal(place));
+            QApplication::sendEvent(table->viewport(), &click);
+            QTRY_VERIFY(window->tableMenu()->isVisible());
+            window->tableMenu()->actions().at(0)->trigger();
+            window->tableMenu()->close();
+        }
         QList<HBSpatialObject *> expected;
         for (int row : fittedRows)
             expected.append(dynamic_cast<HBSpatialObject *>(list.sortedTracksAndWaypoints().at(row)));
         QCOMPARE(map.fitted, (QList<QList<HBSpatialObject *>>{expected}));
         QCOMPARE(window->toolbar()->trackInfoItem()->text(), QStringLiteral("2 Tracks (4 points), 1 Waypoints"));
-    }
-
-    // The table's menu acts on the row right-clicked, not the selected one.
-    void tableMenuZoomsToClickedRow()
-    {
-        HBTrackSourceList list;
-        const auto window = openWindow(&list);
-        QVERIFY(window);
-        Map map;
-        window->setMapController(&map);
-        QVERIFY(importAndSelect(&list, 2, 1));
-        TracksAndWaypointsTableView *table = window->tracksAndWaypointsTableView();
-        clickRows(table, {0});
-        const QPoint place = table->visualRect(table->model()->index(2, 0)).center();
-        QContextMenuEvent click(QContextMenuEvent::Mouse, place, table->viewport()->mapToGlobal(place));
-        QApplication::sendEvent(table->viewport(), &click);
-        QTRY_VERIFY(window->tableMenu()->isVisible());
-        window->tableMenu()->actions().at(0)->trigger();
-        window->tableMenu()->close();
-        QCOMPARE(map.fitted, (QList<QList<HBSpatialObject *>>{
-                                 {dynamic_cast<HBSpatialObject *>(list.sortedTracksAndWaypoints().at(2))}}));
     }
 
     void deleteKeyInTable_data()
