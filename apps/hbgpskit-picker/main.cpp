@@ -46,7 +46,6 @@ int main(int argc, char **argv)
     const QRegularExpressionMatch wxh = QRegularExpression(QStringLiteral("^(\\d+)x(\\d+)$")).match(parser.value(size));
     if (wxh.hasMatch())
         window->resize(wxh.captured(1).toInt(), wxh.captured(2).toInt());
-    window->setAttribute(Qt::WA_QuitOnClose);
     picker.showWindow();
     return app.exec();
 }
