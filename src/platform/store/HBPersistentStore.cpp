@@ -11,17 +11,9 @@
 #include "platform/store/HBPredicate.h"
 #include "platform/store/HBSqliteStatementCache.h"
 #include "platform/store/HBStoreConnectionLimit.h"
+#include "platform/store/HBStoreFileOpener.h"
 
-#include <QDataStream>
-#include <QDateTime>
-#include <QFile>
-#include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QDeadlineTimer>
 #include <QScopeGuard>
-#include <QThread>
-#include <QUuid>
 #include <QVarLengthArray>
 
 #include <sqlite3.h>
@@ -33,14 +25,10 @@
 
 namespace {
 
-constexpr int kSchemaVersion = 1;
-constexpr int kBusyTimeoutMs = 60000;
-
 struct DatabaseCloser
 {
     void operator()(sqlite3 *db) const { sqlite3_close_v2(db); }
 };
-
 
 } // namespace
 
@@ -162,79 +150,22 @@ void HBPersistentStore::Private::buildTables()
 
 bool HBPersistentStore::Private::open(const QString &path, HBError *error)
 {
-    sqlite3 *raw = nullptr;
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-    const int rc = sqlite3_open_v2(QFile::encodeName(path).constData(), &raw, flags, nullptr);
-    db.reset(raw);
-    if (rc != SQLITE_OK) {
-        if (error)
-            *error = HBError(HBPersistentStore::errorDomain(), rc, HBSqliteStatement::errorMessage(raw));
-        return false;
-    }
-    sqlite3_busy_timeout(raw, kBusyTimeoutMs);
-    // The write-ahead journal lets readers of one coordinator go on while
-    // another writes. FULL sync makes each commit durable before the next
-    // file's begins: a save across files commits them in an order that is
-    // only safe if a later commit cannot outlive an earlier one through a
-    // power loss. Pages of 16 KiB (for new files; a file keeps the size it
-    // was made with) quarter the pages, and the writes, of a save of many
-    // rows.
-    const QString setUp = QStringLiteral("PRAGMA page_size = 16384; PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; "
-                                         "PRAGMA foreign_keys = OFF");
-    // Turning a new file's journal to write-ahead does not wait for a
-    // process that is doing the same to the same file, as every other
-    // statement does: two programs started at once would find it locked.
-    QDeadlineTimer patience(kBusyTimeoutMs);
-    while (!exec(setUp, error)) {
-        if ((sqlite3_errcode(raw) & 0xff) != SQLITE_BUSY || patience.hasExpired())
-            return false;
-        QThread::msleep(5);
-    }
-    return true;
+    db.reset(HBStoreFileOpener::open(path, error));
+    return db != nullptr;
 }
 
-// In one transaction: the tables made or given their new columns, the
-// identifier read or, for a new file, minted. A file whose identifier
-// differs from the one it was known by was replaced since: its own wins.
+// In one transaction: the file's identifier read or minted, the tables
+// made or given their new columns.
 bool HBPersistentStore::Private::checkSchema(const QString &path, HBError *error)
 {
     if (!exec(QStringLiteral("BEGIN IMMEDIATE"), error))
         return false;
     auto schemaOk = [&] {
-        if (!exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_METADATA (Z_VERSION INTEGER, Z_UUID TEXT)"), error)
-            || !exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_PRIMARYKEY (Z_NAME TEXT PRIMARY KEY, Z_MAX INTEGER)"), error)
-            || !exec(QStringLiteral("CREATE TABLE IF NOT EXISTS Z_SAVELOG (Z_TOKEN TEXT PRIMARY KEY)"), error))
+        const std::optional<QString> fileIdentifier = HBStoreFileOpener::readOrMintIdentifier(db.get(), path, identifier, error);
+        if (!fileIdentifier)
             return false;
-        HBSqliteStatement meta(db.get(), QStringLiteral("SELECT Z_VERSION, Z_UUID FROM Z_METADATA"));
-        if (meta.step()) {
-            if (meta.int64(0) > kSchemaVersion) {
-                if (error)
-                    *error = HBError(HBPersistentStore::errorDomain(), SQLITE_ERROR,
-                                     QStringLiteral("The store was written by a newer version (schema %1).").arg(meta.int64(0)));
-                return false;
-            }
-            if (!identifier.isEmpty() && identifier != meta.text(1))
-                qCWarning(hbStore).noquote() << "The store file" << path << "is no longer the file it was:" << identifier
-                                             << "is now" << meta.text(1);
-            setIdentifier(meta.text(1));
-        } else {
-            setIdentifier(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper());
-            HBSqliteStatement insert(db.get(), QStringLiteral("INSERT INTO Z_METADATA VALUES (?, ?)"));
-            insert.bindInt64(1, kSchemaVersion);
-            insert.bindText(2, identifier);
-            bool ok = false;
-            insert.step(&ok);
-            if (!ok) {
-                if (error)
-                    *error = sqliteError(QStringLiteral("metadata"));
-                return false;
-            }
-        }
-        for (const auto &t : tables) {
-            if (!t->createOrUpgrade(db.get(), error))
-                return false;
-        }
-        return true;
+        setIdentifier(*fileIdentifier);
+        return std::all_of(tables.begin(), tables.end(), [&](const auto &t) { return t->createOrUpgrade(db.get(), error); });
     };
     if (!schemaOk()) {
         exec(QStringLiteral("ROLLBACK"), nullptr);
