@@ -6,6 +6,7 @@
 #include "manager/HBErrorPresentation.h"
 #include "manager/HBTrackManager.h"
 
+#include <QFileInfo>
 #include <QStandardPaths>
 
 namespace {
@@ -66,12 +67,16 @@ bool HBGPSDownload::select(const Request &request, QString *error)
         m_preflight.setCustomInput(*request.custom);
     }
     if (request.port) {
-        // gpsbabel reads from any path: a port the system does not list, or a file
+        // gpsbabel reads from any path: a port the system does not list, or a
+        // file. It runs in the download file's folder, so a file named from
+        // here is handed over whole.
+        const QFileInfo named(*request.port);
+        const QString port = named.isRelative() && named.exists() ? named.absoluteFilePath() : *request.port;
         QList<QVariantMap> ports = m_preflight.inputSources();
-        qsizetype row = indexOfRow(ports, kPath, *request.port);
+        qsizetype row = indexOfRow(ports, kPath, port);
         if (row < 0) {
             row = ports.size();
-            ports.append({{kPath, *request.port}, {kName, *request.port}});
+            ports.append({{kPath, port}, {kName, port}});
             m_preflight.setInputSources(ports);
         }
         m_preflight.setInputSourcesSelectionIndex(row);

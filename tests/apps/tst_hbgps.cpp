@@ -448,8 +448,8 @@ private slots:
         QTest::addColumn<QStringList>("out");
         QTest::addColumn<QString>("err");   // its start
         const QString log = QStringLiteral(HB_CORPUS_DIR "/nmea/gpsbabel-track.nmea");
-        QTest::newRow("Custom nmea from a log")
-            << QStringList{QStringLiteral("--custom"), QStringLiteral("nmea"), QStringLiteral("--port"), log}
+        QTest::newRow("Custom nmea from a log named from the working folder")
+            << QStringList{QStringLiteral("--custom"), QStringLiteral("nmea"), QStringLiteral("--port"), QDir().relativeFilePath(log)}
             << 0 << QStringList{"FILE: imported: 1 track, 154 points, 0 waypoints", "1 imported, 0 unchanged, 0 of unknown type"}
             << QString();
         QTest::newRow("a format gpsbabel does not know")
