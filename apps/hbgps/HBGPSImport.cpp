@@ -71,11 +71,17 @@ int HBGPSImport::run(const QStringList &paths)
     HBTrackManager *manager = HBTrackManager::sharedTrackManager();
     const QStringList files = filesBelow(paths);
     const QStringList importable = readableFilesOfValidType(files);
-    const bool cancelled = !importable.isEmpty() && importBatch(manager, importable);
+    const bool cancelled =
+        !importable.isEmpty() && importBatch(manager, [&] { manager->importFilesAtPaths(importable); });
+    return report(manager, files, importable, cancelled);
+}
+
+int HBGPSImport::report(HBTrackManager *manager, const QStringList &files, const QStringList &importable, bool cancelled)
+{
     // The manager passes over what was imported before and has not changed
     // since, without a word.
     QStringList unreported;
-    for (const QString &file : std::as_const(importable)) {
+    for (const QString &file : importable) {
         if (!m_reports.contains(file))
             unreported.append(file);
     }
@@ -83,7 +89,7 @@ int HBGPSImport::run(const QStringList &paths)
 
     qsizetype imported = 0, failed = 0;
     for (const QString &file : files)
-        printLine(file, statusOf(file));
+        printLine(m_shownPath.value(file, file), statusOf(file));
     for (const HBImportReport &report : std::as_const(m_reports)) {
         if (report.saved)
             ++imported;
@@ -176,7 +182,7 @@ void HBGPSImport::printLine(const QString &path, const QString &status)
     m_out.device()->write(HBFileName::encode(path) + ": " + status.toUtf8() + '\n');
 }
 
-bool HBGPSImport::importBatch(HBTrackManager *manager, const QStringList &files)
+bool HBGPSImport::importBatch(HBTrackManager *manager, const std::function<void()> &start)
 {
     QObject scope;
     QObject::connect(manager, &HBTrackManager::didFinishFileImport, &scope,
@@ -193,7 +199,7 @@ bool HBGPSImport::importBatch(HBTrackManager *manager, const QStringList &files)
 
     for (const int signal : kStopSignals)
         std::signal(signal, noteInterrupt);
-    manager->importFilesAtPaths(files);
+    start();
     bool cancelled = false;
     QEventLoop loop;
     QTimer watch;

@@ -6,6 +6,8 @@
 #include <QStringList>
 #include <QTextStream>
 
+#include <functional>
+
 class HBTrackManager;
 
 // The import command: the files below the given paths go to the track
@@ -23,13 +25,21 @@ public:
     // could not be imported (its save failed) or the import was cancelled,
     // else 0.
     int run(const QStringList &paths);
+    // Files made for the import (converted ones, say) are reported under
+    // the path they were made from.
+    void setShownPaths(const QHash<QString, QString> &shownPathByFile) { m_shownPath = shownPathByFile; }
+
+    // The import queue runs to its end from what `start` queues on the
+    // manager, with the progress bar and the stop signals; true when it was
+    // cancelled.
+    bool importBatch(HBTrackManager *manager, const std::function<void()> &start);
+    // One line for each of `files`, then the totals; the exit status.
+    int report(HBTrackManager *manager, const QStringList &files, const QStringList &importable, bool cancelled);
 
 private:
     QStringList filesBelow(const QStringList &paths);
     void addFolder(const QString &folder, QStringList *found);
     QStringList readableFilesOfValidType(const QStringList &files);
-    // Runs the batch to its end; true when it was cancelled.
-    bool importBatch(HBTrackManager *manager, const QStringList &files);
     QString statusOf(const QString &file) const;
     void printLine(const QString &path, const QString &status);
 
@@ -39,4 +49,5 @@ private:
     QHash<QString, QString> m_unreadable;   // the reason by path
     QStringList m_unchanged;
     QHash<QString, HBImportReport> m_reports;
+    QHash<QString, QString> m_shownPath;
 };

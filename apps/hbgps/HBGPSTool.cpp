@@ -1,8 +1,10 @@
 #include "HBGPSTool.h"
 
+#include "HBGPSDownload.h"
 #include "HBGPSImport.h"
 #include "HBGPSSelection.h"
 #include "HBGPSTree.h"
+#include "HBGPSVolumeImport.h"
 
 #include "export/HBGPXExporter.h"
 #include "manager/HBTrackManager.h"
@@ -39,6 +41,10 @@ const QString kToolHelp = QStringLiteral(
     "\n"
     "Commands:\n"
     "  import PATH...         import GPX, TCX and NMEA files (folders are searched)\n"
+    "  download -o FILE       download from a GPS receiver through gpsbabel into\n"
+    "                         a GPX file and import it; --list shows the\n"
+    "                         receivers and ports, --from-volume PATH imports\n"
+    "                         a receiver mounted as a drive\n"
     "  list                   list tracks and waypoints\n"
     "  export -o FILE         write tracks and waypoints to a GPX file (- for\n"
     "                         standard output)\n"
@@ -223,6 +229,13 @@ bool parseCommand(QCommandLineParser &parser, const QStringList &arguments, QTex
     return true;
 }
 
+// What the log would tell line by line, the report tells once per file.
+void quietenImportLog()
+{
+    QLoggingCategory::setFilterRules(QStringLiteral("hb.import=false"));
+    HBTrackManager::setErrorPresenter([](const HBError &) {});
+}
+
 // Waits, serving the main thread, until the background work of the
 // library (deletions, saves) is done.
 void waitForBackgroundWork()
@@ -273,6 +286,8 @@ int HBGPSTool::run(const QStringList &arguments)
     }
     if (command == QLatin1String("import"))
         return importFiles(rest);
+    if (command == QLatin1String("download"))
+        return download(rest);
     if (command == QLatin1String("list"))
         return list(rest);
     if (command == QLatin1String("export"))
@@ -310,12 +325,69 @@ int HBGPSTool::importFiles(const QStringList &arguments)
         }
     }
 
-    if (!parser.isSet(verbose)) {
-        // what the log would tell line by line, the report tells once per file
-        QLoggingCategory::setFilterRules(QStringLiteral("hb.import=false"));
-        HBTrackManager::setErrorPresenter([](const HBError &) {});
-    }
+    if (!parser.isSet(verbose))
+        quietenImportLog();
     return HBGPSImport(m_out, m_err).run(parser.positionalArguments());
+}
+
+int HBGPSTool::download(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Downloads the tracks and waypoints of a GPS receiver through gpsbabel into a GPX file and imports it; "
+        "a second download into the same unchanged file is skipped. The receiver and port are those the "
+        "download sheet would preselect unless given. Anything gpsbabel says is printed as \"GPSBabel error: "
+        "...\" and fails the download (status 1). --from-volume imports a receiver mounted as a drive instead: "
+        "its GPX, TCX and NMEA files, and its FIT files converted to GPX by gpsbabel under the cache folder."));
+    const QCommandLineOption type(QStringLiteral("type"), QStringLiteral("The receiver's type (see --list)."), QStringLiteral("TYPE"));
+    const QCommandLineOption custom(QStringLiteral("custom"), QStringLiteral("A receiver of this gpsbabel format."),
+                                    QStringLiteral("FORMAT"));
+    const QCommandLineOption port(QStringLiteral("port"), QStringLiteral("What gpsbabel reads from: a port, usb:, or a file."),
+                                  QStringLiteral("PATH"));
+    const QCommandLineOption noTracks(QStringLiteral("no-tracks"), QStringLiteral("Leave the tracks."));
+    const QCommandLineOption noWaypoints(QStringLiteral("no-waypoints"), QStringLiteral("Leave the waypoints."));
+    const QCommandLineOption output({QStringLiteral("o"), QStringLiteral("output")}, QStringLiteral("The GPX file to write."),
+                                    QStringLiteral("FILE"));
+    const QCommandLineOption list(QStringLiteral("list"), QStringLiteral("List the receivers and ports."));
+    const QCommandLineOption volume(QStringLiteral("from-volume"), QStringLiteral("Import a receiver mounted at PATH."),
+                                    QStringLiteral("PATH"));
+    parser.addOptions({type, custom, port, noTracks, noWaypoints, output, list, volume});
+    int exitCode = Success;
+    if (!parseCommand(parser, arguments, m_out, m_err, &exitCode))
+        return exitCode;
+    if (!parser.positionalArguments().isEmpty())
+        return usageError(QStringLiteral("download takes no arguments"));
+    if (parser.isSet(volume)) {
+        if (parser.optionNames().size() > 1)
+            return usageError(QStringLiteral("--from-volume takes no other option"));
+        quietenImportLog();
+        return HBGPSVolumeImport(m_out, m_err).run(parser.value(volume));
+    }
+    HBGPSDownload receiver(m_out, m_err);
+    if (parser.isSet(list)) {
+        receiver.list();
+        return Success;
+    }
+    if (parser.isSet(type) && parser.isSet(custom))
+        return usageError(QStringLiteral("download takes --type or --custom, not both"));
+    const QString file = parser.value(output);
+    // the file is imported by its extension, as the save panel's always is
+    if (!file.endsWith(QLatin1String(".gpx"), Qt::CaseInsensitive))
+        return usageError(QStringLiteral("download needs -o FILE.gpx"));
+    HBGPSDownload::Request request;
+    const auto given = [&](const QCommandLineOption &option) {
+        return parser.isSet(option) ? std::optional(parser.value(option)) : std::nullopt;
+    };
+    request.type = given(type);
+    request.custom = given(custom);
+    request.port = given(port);
+    request.tracks = !parser.isSet(noTracks);
+    request.waypoints = !parser.isSet(noWaypoints);
+    QString error;
+    if (!receiver.select(request, &error))
+        return usageError(error);
+    quietenImportLog();
+    return receiver.run(QFileInfo(file).absoluteFilePath());
 }
 
 int HBGPSTool::list(const QStringList &arguments)

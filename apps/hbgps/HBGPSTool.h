@@ -5,9 +5,9 @@
 
 class HBTrackManager;
 
-// The hbgps command line: import files, list, export and delete what was
-// imported, browse it as the source list does, and show where the data
-// lives. Exit status 0 for success, 1
+// The hbgps command line: import files, download from a GPS receiver,
+// list, export and delete what was imported, browse it as the source list
+// does, and show where the data lives. Exit status 0 for success, 1
 // for a failed operation, 2 for bad usage.
 class HBGPSTool
 {
@@ -19,6 +19,7 @@ public:
 
 private:
     int importFiles(const QStringList &arguments);
+    int download(const QStringList &arguments);
     int list(const QStringList &arguments);
     int exportFile(const QStringList &arguments);
     int deleteSource(const QStringList &arguments);

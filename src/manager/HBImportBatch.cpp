@@ -3,11 +3,12 @@
 #include "import/HBFileImportOperation.h"
 #include "import/HBImportOperationFactory.h"
 #include "import/gpsbabel/HBGPSBabelImportOperation.h"
+#include "import/gpsbabel/HBGPSBabelImporterPreflight.h"
+#include "manager/HBErrorPresentation.h"
 #include "manager/HBImportLock.h"
 #include "manager/HBTrackManager.h"
 #include "manager/HBTrackStoreLayout.h"
 #include "platform/HBFileName.h"
-#include "platform/HBLogging.h"
 #include "platform/HBMainThread.h"
 #include "platform/HBOperationQueue.h"
 #include "platform/store/HBFetchRequest.h"
@@ -181,10 +182,36 @@ void HBImportBatch::updateImportOperation()
     change(m_progress.value, m_progress.lastFinished + (first ? first->currentCharacter() : 0), &HBImportBatch::valueChanged);
 }
 
+void HBImportBatch::importWithGPSBabelForWindow(QObject *window)
+{
+    m_gpsBabelImporter = std::make_unique<HBGPSBabelImporterPreflight>();
+    m_gpsBabelImporter->prepareToDownloadWithDelegate(&m_manager, window);
+}
+
+void HBImportBatch::gpsBabelImporterDidFinishSuccessfully(HBGPSBabelImporterPreflight *importer, bool success)
+{
+    if (!success)
+        return;
+    auto operation = std::make_shared<HBGPSBabelImportOperation>();
+    operation->setFileDestinationPath(importer->fileDestinationPath());
+    operation->setGpsbabelArguments(importer->gpsbabelArguments());
+    operation->setTargetWindow(importer->targetWindow());
+    queueGPSBabelImportOperation(std::move(operation));
+}
+
+// The chunk travels with the signal: read from the operation later, two
+// chunks that came in quick succession would show the second twice.
+void HBImportBatch::handleGPSBabelOutputTextFromObject(HBGPSBabelImportOperation *operation, const QString &text)
+{
+    HBErrorPresentation::presentGPSBabelOutput(operation->targetWindow(), text);
+}
+
 void HBImportBatch::queueGPSBabelImportOperation(std::shared_ptr<HBGPSBabelImportOperation> operation)
 {
-    connect(operation.get(), &HBGPSBabelImportOperation::babelOutputTextChanged, this,
-            [](const QString &text) { qCWarning(hbManager).noquote() << "GPSBabel error:" << text; },
+    HBGPSBabelImportOperation *download = operation.get();
+    // queued before the operation's end, so it runs while the operation lives
+    connect(download, &HBGPSBabelImportOperation::babelOutputTextChanged, this,
+            [this, download](const QString &text) { handleGPSBabelOutputTextFromObject(download, text); },
             Qt::QueuedConnection);
     observeFinishOf(operation);
     // A download starts no progress timer: it has no progress to show.
@@ -225,10 +252,16 @@ void HBImportBatch::handleDownloadDidFinish(HBGPSBabelImportOperation *download)
     disconnect(download, &HBGPSBabelImportOperation::babelOutputTextChanged, this, nullptr);
     // A download cancelled before it started wrote nothing; the destination
     // may hold an older file that the user did not ask for now.
-    if (!download->errorOccurredDuringDownload() && !download->isCancelled())
+    const bool downloaded = !download->errorOccurredDuringDownload() && !download->isCancelled();
+    if (downloaded)
         importFilesAtPaths({download->fileDestinationPath()});
-    else
+    // A file unchanged since its last import queues nothing: without this
+    // the download's progress would spin on with nothing left to end it.
+    const bool nothingQueued = m_queue->operationCount() == 0 && m_pathsAwaitingTurn.isEmpty();
+    if (!downloaded || nothingQueued)
         change(m_progress.inProgress, false, &HBImportBatch::inProgressChanged);
+    // The turn of a file batch that the download waited behind ends here.
+    endImportTurnWhenIdle();
 }
 
 void HBImportBatch::handleFileImportDidFinish(HBFileImportOperation *operation)

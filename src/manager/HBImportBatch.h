@@ -10,6 +10,7 @@
 
 class HBFileImportOperation;
 class HBGPSBabelImportOperation;
+class HBGPSBabelImporterPreflight;
 class HBImportLock;
 class HBOperation;
 class HBOperationQueue;
@@ -58,11 +59,17 @@ public:
     void cancelImport();
     // The progress tick.
     void updateImportOperation();
-    // The progress turns indeterminate with "Downloading from GPS…"; a
-    // download that succeeds imports its file as a batch of its own, one
-    // that fails only ends the progress. Text gpsbabel prints is logged as
-    // "GPSBabel error: <text>".
-    void queueGPSBabelImportOperation(std::shared_ptr<HBGPSBabelImportOperation> operation);
+    // A new download sheet on the window, with the manager as its delegate;
+    // it stays in gpsBabelImporter until the next one replaces it.
+    void importWithGPSBabelForWindow(QObject *window);
+    HBGPSBabelImporterPreflight *gpsBabelImporter() const { return m_gpsBabelImporter.get(); }
+    // With success, queues the download the sheet describes: the progress
+    // turns indeterminate with "Downloading from GPS…"; a download that
+    // succeeds imports its file as a batch of its own, one that fails only
+    // ends the progress.
+    void gpsBabelImporterDidFinishSuccessfully(HBGPSBabelImporterPreflight *importer, bool success);
+    // Shows one chunk of gpsbabel's output on the download's window.
+    void handleGPSBabelOutputTextFromObject(HBGPSBabelImportOperation *operation, const QString &text);
     // Bookkeeping when an operation is done.
     void handleTrackOperationDidFinish(HBOperation *operation);
 
@@ -96,6 +103,7 @@ private:
     void startBatch(qsizetype pathCount);
     void endProgress();
     void observeFinishOf(const std::shared_ptr<HBOperation> &operation);
+    void queueGPSBabelImportOperation(std::shared_ptr<HBGPSBabelImportOperation> operation);
     void handleDownloadDidFinish(HBGPSBabelImportOperation *download);
     void handleFileImportDidFinish(HBFileImportOperation *operation);
     void showFileBeingImported();
@@ -115,4 +123,5 @@ private:
     std::unique_ptr<HBImportLock> m_importLock;
     QStringList m_pathsAwaitingTurn;
     QTimer *m_importTurnTimer = nullptr;   // retries the lock while paths wait
+    std::unique_ptr<HBGPSBabelImporterPreflight> m_gpsBabelImporter;
 };

@@ -394,9 +394,13 @@ void HBTrackManager::cancelImport() { m_batch->cancelImport(); }
 
 void HBTrackManager::updateImportOperation() { m_batch->updateImportOperation(); }
 
-void HBTrackManager::queueGPSBabelImportOperation(std::shared_ptr<HBGPSBabelImportOperation> operation)
+void HBTrackManager::importWithGPSBabelForWindow(QObject *window) { m_batch->importWithGPSBabelForWindow(window); }
+
+HBGPSBabelImporterPreflight *HBTrackManager::gpsBabelImporter() const { return m_batch->gpsBabelImporter(); }
+
+void HBTrackManager::gpsBabelImporterDidFinishSuccessfully(HBGPSBabelImporterPreflight *importer, bool success)
 {
-    m_batch->queueGPSBabelImportOperation(std::move(operation));
+    m_batch->gpsBabelImporterDidFinishSuccessfully(importer, success);
 }
 
 void HBTrackManager::handleTrackOperationDidFinish(HBOperation *operation)

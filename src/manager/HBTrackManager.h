@@ -1,6 +1,7 @@
 #pragma once
 
 #include "import/HBImportContexts.h"
+#include "import/gpsbabel/HBGPSBabelImporterDelegate.h"
 #include "import/HBImportReport.h"
 #include "manager/HBErrorPresentation.h"
 #include "manager/HBFetchedRecords.h"
@@ -19,6 +20,7 @@
 #include <memory>
 
 class HBGPSBabelImportOperation;
+class HBGPSBabelImporterPreflight;
 class HBGeoPoint;
 class HBImportBatch;
 class HBManagedObject;
@@ -50,7 +52,7 @@ inline const QString HBTrackManagerDidFinishBatchImport = QStringLiteral("HBTrac
 // threads, each with a coordinator of its own over the same files (see
 // HBTrackStoreLayout). Both are made on first use and live as long as the
 // process.
-class HBTrackManager : public QObject
+class HBTrackManager : public QObject, public HBGPSBabelImporterDelegate
 {
     Q_OBJECT
     // The progress of the running import batch, for a progress display;
@@ -145,7 +147,10 @@ public:
     QStringList pathsToSkip(const QStringList &paths) const;
     void cancelImport();
     void updateImportOperation();
-    void queueGPSBabelImportOperation(std::shared_ptr<HBGPSBabelImportOperation> operation);
+    // Device downloads (see HBImportBatch and HBGPSBabelImporterPreflight).
+    void importWithGPSBabelForWindow(QObject *window);
+    HBGPSBabelImporterPreflight *gpsBabelImporter() const;
+    void gpsBabelImporterDidFinishSuccessfully(HBGPSBabelImporterPreflight *importer, bool success) override;
     void handleTrackOperationDidFinish(HBOperation *operation);
     bool trackImportIsInProgress() const;
     bool trackImportIsIndeterminateProgress() const;

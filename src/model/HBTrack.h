@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kits/geometry/HBSpatialObject.h"
 #include "platform/store/HBManagedObject.h"
 
 #include <QDateTime>
@@ -24,7 +25,7 @@ struct HBPropertyDescription;
 // Statistics follow structural edits only: setSegments, insertObject and
 // removeObjectFromSegmentsAtIndex end by recalculating. An importer builds
 // each segment's points first (setPoints) and then the track's segments.
-class HBTrack : public HBManagedObject
+class HBTrack : public HBManagedObject, public HBSpatialObject
 {
 public:
     QString name() const { return valueForKey(QStringLiteral("name")).toString(); }
@@ -85,8 +86,8 @@ public:
     // and kept; null in a program without the user-interface library.
     std::shared_ptr<HBSimplePointStyle> style();
     void setStyle(std::shared_ptr<HBSimplePointStyle> style) { m_style = std::move(style); }
-    QVariant objectOwner() const { return m_objectOwner; }
-    void setObjectOwner(const QVariant &owner) { m_objectOwner = owner; }
+    QVariant objectOwner() const override { return m_objectOwner; }
+    void setObjectOwner(const QVariant &owner) override { m_objectOwner = owner; }
 
     // As a map feature.
     QString featureName() const { return name(); }

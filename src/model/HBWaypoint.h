@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kits/geometry/HBSpatialObject.h"
 #include "model/HBGeoPoint.h"
 
 #include <QHash>
@@ -13,7 +14,7 @@ struct HBPropertyDescription;
 
 // A named place. Waypoints stay in the central store with the tracks and
 // are shown on the map as features of their own.
-class HBWaypoint : public HBGeoPoint
+class HBWaypoint : public HBGeoPoint, public HBSpatialObject
 {
 public:
     // absent reads as 0
@@ -40,8 +41,8 @@ public:
     void didSave() override;
 
     // Whoever shows the waypoint on a map may hang its own object here.
-    QVariant objectOwner() const { return m_objectOwner; }
-    void setObjectOwner(const QVariant &owner) { m_objectOwner = owner; }
+    QVariant objectOwner() const override { return m_objectOwner; }
+    void setObjectOwner(const QVariant &owner) override { m_objectOwner = owner; }
 
 private:
     mutable std::shared_ptr<HBPointGeometry> m_geometry;

@@ -1,5 +1,6 @@
 #include "ui/HBTrackManagerAlerts.h"
 
+#include "manager/HBErrorPresentation.h"
 #include "manager/HBTrackManager.h"
 
 #include <QApplication>
@@ -33,10 +34,28 @@ void showFatalAlert(const QString &message, const QString &informativeText)
     std::_Exit(EXIT_FAILURE);
 }
 
+// Window-modal and not waited for: gpsbabel may say more meanwhile, and
+// each message gets an alert of its own.
+void showGPSBabelOutput(QObject *window, const QString &text)
+{
+    auto *parent = qobject_cast<QWidget *>(window);
+    if (!parent) {
+        HBErrorPresentation::printGPSBabelOutput(text);
+        return;
+    }
+    auto *alert = new QMessageBox(QMessageBox::Warning, QApplication::applicationDisplayName(),
+                                  QApplication::translate("HBTrackManager", "GPSBabel error:"), QMessageBox::Ok, parent);
+    alert->setInformativeText(text);
+    alert->setWindowModality(Qt::WindowModal);
+    alert->setAttribute(Qt::WA_DeleteOnClose);
+    alert->open();
+}
+
 } // namespace
 
 void HBTrackManagerAlerts::install()
 {
     HBTrackManager::setErrorPresenter(showErrorPanel);
     HBTrackManager::setFatalStartupReport(showFatalAlert);
+    HBErrorPresentation::setGPSBabelOutputPresenter(showGPSBabelOutput);
 }

@@ -1,10 +1,12 @@
 #include "TemporaryHome.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
@@ -124,6 +126,21 @@ private slots:
         QTest::newRow("import without path") << QStringList{QStringLiteral("import")} << 2 << QString();
         QTest::newRow("import of nothing there") << QStringList{QStringLiteral("import"), QStringLiteral("/no/such/file.gpx")} << 1
                                                  << QString();
+        QTest::newRow("download help") << help("download") << 0 << "Usage: hbgps download [options]";
+        const auto download = [](QStringList options) { return QStringList{QStringLiteral("download")} + options; };
+        QTest::newRow("download without a file") << download({QStringLiteral("--type"), QStringLiteral("garmin")}) << 2 << QString();
+        QTest::newRow("download into a file not .gpx") << download({QStringLiteral("-o"), QStringLiteral("x.txt")}) << 2
+                                                       << QString();
+        QTest::newRow("download of two receivers")
+            << download({QStringLiteral("--type"), QStringLiteral("garmin"), QStringLiteral("--custom"), QStringLiteral("nmea"),
+                         QStringLiteral("-o"), QStringLiteral("x.gpx")})
+            << 2 << QString();
+        QTest::newRow("download of an unknown receiver")
+            << download({QStringLiteral("--type"), QStringLiteral("tomtom"), QStringLiteral("-o"), QStringLiteral("x.gpx")}) << 2
+            << QString();
+        QTest::newRow("download from a volume and a receiver")
+            << download({QStringLiteral("--from-volume"), QStringLiteral("/media"), QStringLiteral("-o"), QStringLiteral("x.gpx")})
+            << 2 << QString();
         QTest::newRow("delete of an unknown source")
             << QStringList{QStringLiteral("delete"), QStringLiteral("--source"), QStringLiteral("nope.gpx")} << 1 << QString();
     }
@@ -422,6 +439,104 @@ private slots:
 
     // Off a terminal a row fits 80 columns: the long name gives way, the
     // other columns keep their width.
+    // gpsbabel reads a file in place of a receiver; FILE stands for the
+    // download's file.
+    void downloadImportsOrPrintsWhatGPSBabelSaid_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QStringList>("out");
+        QTest::addColumn<QString>("err");   // its start
+        const QString log = QStringLiteral(HB_CORPUS_DIR "/nmea/gpsbabel-track.nmea");
+        QTest::newRow("Custom nmea from a log")
+            << QStringList{QStringLiteral("--custom"), QStringLiteral("nmea"), QStringLiteral("--port"), log}
+            << 0 << QStringList{"FILE: imported: 1 track, 154 points, 0 waypoints", "1 imported, 0 unchanged, 0 of unknown type"}
+            << QString();
+        QTest::newRow("a format gpsbabel does not know")
+            << QStringList{QStringLiteral("--custom"), QStringLiteral("nosuch"), QStringLiteral("--port"), log} << 1
+            << QStringList{} << "GPSBabel error: Input type 'nosuch' not recognized\n";
+        QTest::newRow("a receiver on a port that is not there")
+            << QStringList{QStringLiteral("--type"), QStringLiteral("magellan"), QStringLiteral("--port"), QStringLiteral("/dev/nosuch")}
+            << 1 << QStringList{} << "GPSBabel error: ";
+    }
+
+    void downloadImportsOrPrintsWhatGPSBabelSaid()
+    {
+        QFETCH(QStringList, options);
+        QFETCH(int, exitCode);
+        QFETCH(QStringList, out);
+        QFETCH(QString, err);
+        QTemporaryDir home;
+        const QString file = home.filePath(QStringLiteral("Tracks.gpx"));
+        const Run run = hbgpsIn(home.path(), QStringList{QStringLiteral("download")} + options + QStringList{QStringLiteral("-o"), file});
+        QCOMPARE(run.exitCode, exitCode);
+        QCOMPARE(run.lines(), out.replaceInStrings(QStringLiteral("FILE"), file));
+        QVERIFY2(err.isEmpty() ? run.err.isEmpty() : run.err.startsWith(err), qPrintable(run.err));
+    }
+
+    void downloadListsReceiversAndPortsAsTheSheetDoes()
+    {
+        QTemporaryDir home;
+        const Run run = hbgpsIn(home.path(), {QStringLiteral("download"), QStringLiteral("--list")});
+        QCOMPARE(run.exitCode, 0);
+        const QStringList lines = run.lines();
+        QCOMPARE(lines.mid(0, 4), (QStringList{"Receivers (--type TYPE, or --custom FORMAT for Custom):", "* garmin    Garmin",
+                                              "  m241      Holux", "  magellan  Magellan"}));
+        QCOMPARE(lines.value(8), QStringLiteral("  gpsname   Custom"));
+        QCOMPARE(lines.value(9), QStringLiteral("Ports (--port PATH):"));
+        QVERIFY2(lines.value(10).startsWith(u'*') && lines.last().contains(QRegularExpression(QStringLiteral("^[ *] usb: +Garmin USB$"))),
+                 qPrintable(run.out));
+    }
+
+    // A receiver mounted as a drive: its GPX file as it is, its FIT files
+    // (written by gpsbabel) converted once, a broken one reported.
+    void downloadFromAVolumeConvertsFITFilesOnce()
+    {
+        QTemporaryDir home;
+        const QString volume = home.filePath(QStringLiteral("GARMIN"));
+        QVERIFY(QDir().mkpath(volume + QStringLiteral("/Garmin/GPX")) && QDir().mkpath(volume + QStringLiteral("/Garmin/Activity")));
+        const QString current = volume + QStringLiteral("/Garmin/GPX/Current.gpx");
+        const QString ride = volume + QStringLiteral("/Garmin/Activity/RIDE.FIT");
+        const QString broken = volume + QStringLiteral("/Garmin/Activity/broken.fit");
+        QVERIFY(QFile::copy(QStringLiteral(HB_CORPUS_DIR "/gpx/gpxgo-etrex10.gpx"), current));
+        QCOMPARE(QProcess::execute(QStringLiteral("gpsbabel"), {QStringLiteral("-i"), QStringLiteral("gpx"), QStringLiteral("-f"),
+                                                                QStringLiteral(HB_CORPUS_DIR "/gpx/gpsbabel-fitwrite-mavi.gpx"),
+                                                                QStringLiteral("-o"), QStringLiteral("garmin_fit"), QStringLiteral("-F"), ride}),
+                 0);
+        QFile junk(broken);
+        QVERIFY(junk.open(QIODevice::WriteOnly) && junk.write("not a FIT file") > 0);
+        junk.close();
+        const QStringList download{QStringLiteral("download"), QStringLiteral("--from-volume"), volume};
+
+        const Run first = hbgpsIn(home.path(), download);
+        QCOMPARE(first.exitCode, 1);
+        QCOMPARE(first.lines(), importLines({{current, "imported: 1 track, 4 points, 2 waypoints"},
+                                             {ride, "imported: 1 track, 64 points, 1 waypoint"}},
+                                            "2 imported, 0 unchanged, 0 of unknown type"));
+        QVERIFY2(first.err.contains(QStringLiteral("GPSBabel error: ")) && first.err.contains(QStringLiteral("cannot convert ") + broken),
+                 qPrintable(first.err));
+        QFile::remove(broken);
+        const auto gpxOfRide = [&] {
+            QDirIterator it(home.filePath(QStringLiteral("cache")), {QStringLiteral("RIDE.gpx")}, QDir::Files, QDirIterator::Subdirectories);
+            QFile gpx(it.hasNext() ? it.next() : QString());
+            return gpx.open(QIODevice::ReadOnly) ? gpx.readAll() : QByteArray();
+        };
+        const QByteArray conversion = gpxOfRide();
+        QVERIFY(conversion.contains("<trkpt"));
+
+        const Run again = hbgpsIn(home.path(), download);
+        QCOMPARE(again.exitCode, 0);
+        QCOMPARE(again.lines(), importLines({{current, "skipped (unchanged)"}, {ride, "skipped (unchanged)"}},
+                                            "0 imported, 2 unchanged, 0 of unknown type"));
+        // not converted again: gpsbabel stamps each GPX file it writes with the time
+        QCOMPARE(gpxOfRide(), conversion);
+
+        QFile fit(ride);
+        QVERIFY(fit.open(QIODevice::ReadWrite) && fit.setFileTime(QDateTime::currentDateTimeUtc().addDays(1), QFileDevice::FileModificationTime));
+        fit.close();
+        QCOMPARE(hbgpsIn(home.path(), download).lines().value(1), ride + QStringLiteral(": imported: 1 track, 64 points, 1 waypoint"));
+    }
+
     void longNamesAreCutToFitARow()
     {
         const QString name = QStringLiteral("A very long track name that goes on and on past any terminal's width");

@@ -1,39 +1,53 @@
 #include "TemporaryHome.h"
 
 #include "import/gpsbabel/HBGPSBabelImportOperation.h"
+#include "import/gpsbabel/HBGPSBabelImporterPreflight.h"
+#include "manager/HBErrorPresentation.h"
 #include "manager/HBTrackManager.h"
 #include "model/HBImportSource.h"
+#include "model/HBTrackPoint.h"
 #include "platform/HBOperationQueue.h"
+#include "platform/HBUserDefaults.h"
 #include "platform/store/HBFetchRequest.h"
 #include "platform/store/HBManagedObjectContext.h"
 
 #include <QFile>
-#include <QRegularExpression>
+#include <QMutex>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QXmlStreamReader>
 
 #include <sys/stat.h>
 
-// Device downloads queued on the shared manager, with the real gpsbabel
-// reading files in place of a receiver: a quiet download is imported as a
-// batch of its own, a failed or cancelled one imports nothing.
+// Device downloads made as the sheet makes them, queued on the shared
+// manager, with the real gpsbabel reading files in place of a receiver: a
+// quiet download is imported as a batch of its own, one in which gpsbabel
+// speaks or that is cancelled imports nothing.
 class tst_HBTrackManagerDownloads : public QObject
 {
     Q_OBJECT
 
+    // (tracks, waypoints) of each import source of a file
+    using Sources = QList<QPair<qsizetype, qsizetype>>;
+
     QTemporaryDir m_home;
     HBTrackManager *m_manager = nullptr;
+    QObject m_window;   // where the sheet was shown
+    QList<std::pair<QObject *, QString>> m_alerts;
 
     static QString corpus(const QString &name) { return QStringLiteral(HB_CORPUS_DIR "/") + name; }
 
-    static std::shared_ptr<HBGPSBabelImportOperation> download(const QString &destination, const QStringList &input)
+    // The "Custom" receiver of `format` on `port`, saved to `destination`.
+    void download(const QString &format, const QString &port, const QString &destination)
     {
-        auto operation = std::make_shared<HBGPSBabelImportOperation>();
-        operation->setFileDestinationPath(destination);
-        operation->setGpsbabelArguments(input + QStringList{QStringLiteral("-o"), QStringLiteral("gpx"),
-                                                            QStringLiteral("-F"), destination});
-        return operation;
+        HBGPSBabelImporterPreflight preflight;
+        preflight.setGpsTypesSelectionIndex(preflight.gpsTypes().size() - 1);
+        preflight.setCustomInput(format);
+        preflight.setInputSources({{{QStringLiteral("path"), port}, {QStringLiteral("name"), port}}});
+        preflight.setTargetWindow(&m_window);
+        preflight.setDelegate(m_manager);
+        preflight.downloadToPath(destination);
     }
 
     void waitForIdle()
@@ -42,10 +56,9 @@ class tst_HBTrackManagerDownloads : public QObject
                                  60000);
     }
 
-    // The import sources of the file: (tracks, waypoints) of each.
-    QList<QPair<qsizetype, qsizetype>> importedFrom(const QString &path)
+    Sources importedFrom(const QString &path)
     {
-        QList<QPair<qsizetype, qsizetype>> found;
+        Sources found;
         std::unique_ptr<HBManagedObjectContext> context = m_manager->newPrivateQueueContext();
         context->performBlockAndWait([&] {
             HBFetchRequest request(QStringLiteral("HBImportSource"));
@@ -58,13 +71,34 @@ class tst_HBTrackManagerDownloads : public QObject
         return found;
     }
 
-    qsizetype trackPointCount()
+    // "latitude longitude" of every stored track point, sorted.
+    QStringList storedPoints()
     {
-        qsizetype n = 0;
+        QStringList points;
         std::unique_ptr<HBManagedObjectContext> context = m_manager->newPrivateQueueContext();
-        context->performBlockAndWait(
-            [&] { n = context->countForFetchRequest(HBFetchRequest(QStringLiteral("HBTrackPoint"))); });
-        return n;
+        context->performBlockAndWait([&] {
+            for (const HBManagedObject *object : context->executeFetchRequest(HBFetchRequest(QStringLiteral("HBTrackPoint")))) {
+                const auto *point = static_cast<const HBTrackPoint *>(object);
+                points.append(point->latitude()->toString() + u' ' + point->longitude()->toString());
+            }
+        });
+        points.sort();
+        return points;
+    }
+
+    static QStringList trackPointsIn(const QString &gpx)
+    {
+        QFile file(gpx);
+        file.open(QIODevice::ReadOnly);
+        QXmlStreamReader reader(&file);
+        QStringList points;
+        while (!reader.atEnd()) {
+            if (reader.readNext() == QXmlStreamReader::StartElement && reader.name() == u"trkpt")
+                points.append(QStringLiteral("%1 %2").arg(reader.attributes().value(QStringLiteral("lat")),
+                                                          reader.attributes().value(QStringLiteral("lon"))));
+        }
+        points.sort();
+        return points;
     }
 
     // The changes of the batch state, in order, while the scope lives.
@@ -88,18 +122,25 @@ private slots:
         QVERIFY(m_home.isValid());
         useTemporaryHome(m_home);
         m_manager = HBTrackManager::sharedTrackManager();
+        HBErrorPresentation::setGPSBabelOutputPresenter(
+            [this](QObject *window, const QString &text) { m_alerts.append({window, text}); });
     }
 
-    void aQuietDownloadIsImported()
+    void init()
+    {
+        m_alerts.clear();
+        HBUserDefaults::standardUserDefaults().removeObjectForKey(kHBDefaultGPSBabelProgramPath);
+    }
+
+    // Runs first: the store holds this download's points only.
+    void aCustomDownloadImportsThePointsGPSBabelWrote()
     {
         const QString destination = m_home.filePath(QStringLiteral("Tracks_2024_03_07.gpx"));
         QSignalSpy finished(m_manager, &HBTrackManager::didFinishBatchImport);
         QObject scope;
         recordStates(&scope);
 
-        m_manager->queueGPSBabelImportOperation(
-            download(destination, {QStringLiteral("-i"), QStringLiteral("gpx"), QStringLiteral("-f"),
-                                   corpus(QStringLiteral("gpx/gpsbabel-fitwrite-mavi.gpx"))}));
+        download(QStringLiteral("nmea"), corpus(QStringLiteral("nmea/gpsbabel-track.nmea")), destination);
         QCOMPARE(m_manager->trackImportProgressMax(), quint64(0));
         waitForIdle();
 
@@ -111,50 +152,50 @@ private slots:
                                          QStringLiteral("in progress: 0")}));
         // the file import is announced; the download itself is not
         QTRY_COMPARE(finished.count(), 1);
-        QCOMPARE(importedFrom(destination), (QList<QPair<qsizetype, qsizetype>>{{1, 12}}));
-        QCOMPARE(trackPointCount(), 64);
+        QCOMPARE(importedFrom(destination), (Sources{{1, 0}}));
+        const QStringList written = trackPointsIn(destination);
+        QCOMPARE(written.size(), 154);
+        QCOMPARE(storedPoints(), written);
+        QVERIFY(m_alerts.isEmpty());
     }
 
-    void aFailedDownloadImportsNothing_data()
+    void aDownloadInWhichGPSBabelSpeaksImportsNothing_data()
     {
-        QTest::addColumn<QStringList>("input");
+        QTest::addColumn<QString>("format");
+        QTest::addColumn<QString>("port");
         QTest::addColumn<bool>("cancel");
-        QTest::addColumn<QString>("logged");   // a pattern; empty: nothing logged
+        QTest::addColumn<QString>("said");   // in the first alert; empty: no alert
 
         QTest::newRow("warning beside a written file")
-            << QStringList{QStringLiteral("-i"), QStringLiteral("nmea"), QStringLiteral("-f"),
-                           corpus(QStringLiteral("nmea/gpsd-com-1289.log"))}
-            << false << QStringLiteral("^GPSBabel error: Invalid NMEA checksum");
-        QTest::newRow("unknown receiver type")
-            << QStringList{QStringLiteral("-i"), QStringLiteral("nosuchformat"), QStringLiteral("-f"), QStringLiteral("usb:")}
-            << false << QStringLiteral("^GPSBabel error: .*nosuchformat");
+            << "nmea" << corpus(QStringLiteral("nmea/gpsd-com-1289.log")) << false << "Invalid NMEA checksum";
+        QTest::newRow("unknown receiver type") << "nosuchformat" << "usb:" << false << "nosuchformat";
+        QTest::newRow("empty custom format: -f taken for the format") << "" << "usb:" << false << "Input type '-f'";
         QTest::newRow("cancelled while the receiver stays silent")
-            << QStringList{QStringLiteral("-i"), QStringLiteral("gpx"), QStringLiteral("-f"),
-                           m_home.filePath(QStringLiteral("receiver"))}
-            << true << QString();
+            << "gpx" << m_home.filePath(QStringLiteral("receiver")) << true << QString();
     }
 
-    void aFailedDownloadImportsNothing()
+    void aDownloadInWhichGPSBabelSpeaksImportsNothing()
     {
-        QFETCH(QStringList, input);
+        QFETCH(QString, format);
+        QFETCH(QString, port);
         QFETCH(bool, cancel);
-        QFETCH(QString, logged);
+        QFETCH(QString, said);
         // an earlier download in the same place must not be imported either
         const QString destination = m_home.filePath(QStringLiteral("failed/%1.gpx").arg(QTest::currentDataTag()));
         QVERIFY(QDir().mkpath(QFileInfo(destination).path()));
         QFile::remove(destination);
         QVERIFY(QFile::copy(corpus(QStringLiteral("gpx/gpxgo-etrex10.gpx")), destination));
-        const QString receiver = m_home.filePath(QStringLiteral("receiver"));
-        if (cancel && !QFileInfo::exists(receiver))
-            QCOMPARE(::mkfifo(QFile::encodeName(receiver).constData(), 0600), 0);
-        if (logged.isEmpty())
-            QTest::failOnWarning(QRegularExpression(QStringLiteral("GPSBabel error")));
-        else
-            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(logged));
+        if (cancel && !QFileInfo::exists(port))
+            QCOMPARE(::mkfifo(QFile::encodeName(port).constData(), 0600), 0);
         QSignalSpy finished(m_manager, &HBTrackManager::didFinishBatchImport);
 
-        const std::shared_ptr<HBGPSBabelImportOperation> operation = download(destination, input);
-        m_manager->queueGPSBabelImportOperation(operation);
+        download(format, port, destination);
+        const std::shared_ptr<HBOperation> operation = m_manager->trackImportQueue()->operations().value(0);
+        QVERIFY(operation);
+        QStringList chunks;
+        QMutex chunksLock;
+        connect(static_cast<HBGPSBabelImportOperation *>(operation.get()), &HBGPSBabelImportOperation::babelOutputTextChanged,
+                this, [&](const QString &text) { QMutexLocker lock(&chunksLock); chunks.append(text); }, Qt::DirectConnection);
         if (cancel) {
             QTRY_VERIFY(operation->isExecuting());
             m_manager->cancelImport();
@@ -165,6 +206,69 @@ private slots:
         QCOMPARE(m_manager->trackImportProgressInfo(), QStringLiteral("Downloading from GPS\u2026"));
         QCoreApplication::processEvents();
         QCOMPARE(finished.count(), 0);
+        // one alert per chunk, on the sheet's window, in order
+        QStringList alerted;
+        for (const auto &[window, text] : std::as_const(m_alerts)) {
+            QCOMPARE(window, &m_window);
+            alerted.append(text);
+        }
+        QCOMPARE(alerted, chunks);
+        QVERIFY(said.isEmpty() ? alerted.isEmpty() : alerted.value(0).contains(said));
+    }
+
+    // gpsbabel wrote nothing and said nothing: the file there is imported,
+    // or skipped when it is unchanged since its import.
+    void aProgramThatCannotStartImportsWhatIsThere_data()
+    {
+        QTest::addColumn<bool>("earlierDownload");
+        QTest::addColumn<Sources>("sources");
+        QTest::newRow("no file there") << false << Sources{{0, 0}};
+        QTest::newRow("an imported file there") << true << Sources{{1, 2}};
+    }
+
+    void aProgramThatCannotStartImportsWhatIsThere()
+    {
+        QFETCH(bool, earlierDownload);
+        QFETCH(Sources, sources);
+        const QString destination = m_home.filePath(QStringLiteral("unstarted/%1.gpx").arg(QTest::currentDataTag()));
+        QVERIFY(QDir().mkpath(QFileInfo(destination).path()));
+        if (earlierDownload) {
+            QVERIFY(QFile::copy(corpus(QStringLiteral("gpx/gpxgo-etrex10.gpx")), destination));
+            m_manager->importFilesAtPaths({destination});
+            waitForIdle();
+        }
+        HBUserDefaults::standardUserDefaults().setObject(m_home.filePath(QStringLiteral("no/gpsbabel")),
+                                                         kHBDefaultGPSBabelProgramPath);
+        QSignalSpy files(m_manager, &HBTrackManager::didFinishFileImport);
+
+        download(QStringLiteral("nmea"), corpus(QStringLiteral("nmea/gpsbabel-track.nmea")), destination);
+        waitForIdle();
+
+        QCOMPARE(importedFrom(destination), sources);
+        QCOMPARE(files.count(), earlierDownload ? 0 : 1);
+        QVERIFY(m_alerts.isEmpty());
+    }
+
+    void aDownloadWaitsForTheFileImportQueuedBeforeIt()
+    {
+        QStringList finishedInOrder;
+        QMutex lock;
+        const auto noteEnd = [&](const QString &what) {
+            return [&, what] { QMutexLocker locked(&lock); finishedInOrder.append(what); };
+        };
+        const QString large = m_home.filePath(QStringLiteral("edge-800.gpx"));
+        QVERIFY(QFile::copy(corpus(QStringLiteral("gpx/gpsbabel-garmin-edge-800-output.gpx")), large));
+        m_manager->importFilesAtPaths({large});
+        const std::shared_ptr<HBOperation> fileImport = m_manager->trackImportQueue()->operations().value(0);
+        download(QStringLiteral("gpx"), corpus(QStringLiteral("gpx/gpsbabel-gpx_subsecond-sample.gpx")),
+                 m_home.filePath(QStringLiteral("small.gpx")));
+        const std::shared_ptr<HBOperation> download = m_manager->trackImportQueue()->operations().value(1);
+        QVERIFY(fileImport && download);
+        connect(fileImport.get(), &HBOperation::finished, this, noteEnd(QStringLiteral("file")), Qt::DirectConnection);
+        connect(download.get(), &HBOperation::finished, this, noteEnd(QStringLiteral("download")), Qt::DirectConnection);
+        waitForIdle();
+        QCOMPARE(finishedInOrder, (QStringList{QStringLiteral("file"), QStringLiteral("download")}));
+        QCOMPARE(importedFrom(m_home.filePath(QStringLiteral("small.gpx"))), (Sources{{1, 0}}));
     }
 };
 

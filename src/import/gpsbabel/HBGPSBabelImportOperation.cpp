@@ -10,6 +10,15 @@ namespace {
 // How long one wait for output lasts before a cancellation is checked again.
 constexpr int kCancellationCheckMilliseconds = 100;
 
+QString fromASCII(const QByteArray &bytes)
+{
+    QString text;
+    text.reserve(bytes.size());
+    for (const char byte : bytes)
+        text.append(uchar(byte) < 0x80 ? QChar(QLatin1Char(byte)) : QChar(QChar::ReplacementCharacter));
+    return text;
+}
+
 } // namespace
 
 HBGPSBabelImportOperation::HBGPSBabelImportOperation() = default;
@@ -64,7 +73,7 @@ void HBGPSBabelImportOperation::takeOutput(const QByteArray &chunk)
 {
     if (chunk.isEmpty())
         return;
-    const QString text = QString::fromLatin1(chunk);
+    const QString text = fromASCII(chunk);
     {
         QMutexLocker lock(&m_outputMutex);
         m_babelOutputText = text;

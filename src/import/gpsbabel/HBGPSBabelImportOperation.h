@@ -3,6 +3,7 @@
 #include "platform/HBOperation.h"
 
 #include <QMutex>
+#include <QPointer>
 #include <QString>
 #include <QStringList>
 
@@ -22,7 +23,7 @@ inline const QString kHBDefaultGPSBabelProgramPath = QStringLiteral("defaultGPSB
 //
 // Life cycle:
 //   1. configured on the thread that queues it: setFileDestinationPath,
-//      setGpsbabelArguments (neither changes afterwards);
+//      setGpsbabelArguments, setTargetWindow (none changes afterwards);
 //   2. running on an import-queue thread: main() runs gpsbabel in the
 //      destination's folder until it ends or the operation is cancelled;
 //   3. finished: errorOccurredDuringDownload tells whether the file may be
@@ -45,7 +46,13 @@ public:
     QStringList gpsbabelArguments() const { return m_gpsbabelArguments; }
     void setGpsbabelArguments(const QStringList &arguments) { m_gpsbabelArguments = arguments; }
 
-    // The last chunk gpsbabel printed, read as Latin-1; empty after a quiet run.
+    // The window gpsbabel's messages are shown on; none for a program
+    // without windows.
+    QObject *targetWindow() const { return m_targetWindow; }
+    void setTargetWindow(QObject *window) { m_targetWindow = window; }
+
+    // The last chunk gpsbabel printed, read as ASCII (any other byte shows
+    // as U+FFFD); empty after a quiet run.
     QString babelOutputText() const;
     bool errorOccurredDuringDownload() const { return m_errorOccurredDuringDownload; }
 
@@ -64,6 +71,7 @@ private:
 
     QString m_fileDestinationPath;
     QStringList m_gpsbabelArguments;
+    QPointer<QObject> m_targetWindow;
     mutable QMutex m_outputMutex;
     QString m_babelOutputText;
     std::atomic<bool> m_errorOccurredDuringDownload = false;
