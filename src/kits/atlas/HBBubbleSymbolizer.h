@@ -27,6 +27,7 @@ public:
     QPointF offset() const { return m_offset; }
     void setOffset(QPointF viewPoint) { m_offset = viewPoint; }
 
+    bool isOverlay() const override { return true; }
     // Draws at the offset, whatever the points.
     void draw(QPainter &painter, const HBClippingRegion &region, std::span<const QPointF> points) const override;
 

@@ -40,9 +40,13 @@ void HBStyle::addRule(std::shared_ptr<HBRule> rule)
 
 void HBStyle::draw(QPainter &painter, const HBClippingRegion &region, std::span<const QPointF> points) const
 {
-    for (const std::shared_ptr<HBRule> &rule : m_rules) {
-        for (const std::shared_ptr<HBSymbolizer> &symbolizer : rule->symbolizers())
-            symbolizer->draw(painter, region, points);
+    for (bool overlays : {false, true}) {
+        for (const std::shared_ptr<HBRule> &rule : m_rules) {
+            for (const std::shared_ptr<HBSymbolizer> &symbolizer : rule->symbolizers()) {
+                if (symbolizer->isOverlay() == overlays)
+                    symbolizer->draw(painter, region, points);
+            }
+        }
     }
 }
 

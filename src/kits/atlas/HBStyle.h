@@ -49,7 +49,8 @@ public:
     // The events the map should send; none for a plain style.
     virtual unsigned spatialObjectEventOptions() const { return 0; }
 
-    // points: the object's geometry in the map's projection
+    // points: the object's geometry in the map's projection; overlays last
+    // (see HBSymbolizer::isOverlay)
     void draw(QPainter &painter, const HBClippingRegion &region, std::span<const QPointF> points) const;
 
     void encodeWithCoder(QDataStream &stream) const;

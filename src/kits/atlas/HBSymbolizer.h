@@ -24,6 +24,9 @@ public:
     // The name an archive knows this kind of symbolizer by, and its values;
     // kinds with no name are never archived.
     virtual QString archiveKind() const { return {}; }
+    // Overlays (bubbles) are drawn above every other symbolizer of their
+    // style, wherever their rule holds them.
+    virtual bool isOverlay() const { return false; }
     virtual void encodeWithCoder(QDataStream &) const {}
 
 signals:
