@@ -1,7 +1,9 @@
 #include "kits/atlas/HBBubbleSymbolizer.h"
 
 #include <QPainter>
+#include <QLayout>
 #include <QPainterPath>
+#include <QPixmap>
 #include <QWidget>
 
 namespace {
@@ -22,8 +24,14 @@ HBBubbleSymbolizer::~HBBubbleSymbolizer() = default;
 
 void HBBubbleSymbolizer::draw(QPainter &painter, const HBClippingRegion &, std::span<const QPointF>) const
 {
-    // the texts may have changed since the view was last laid out
+    // The texts may have changed since the view was last laid out, and a
+    // view that is never shown is laid out only when asked.
     m_view->adjustSize();
+    if (m_view->layout())
+        m_view->layout()->activate();
+    QPixmap contents(m_view->size());
+    contents.fill(Qt::transparent);
+    m_view->render(&contents, QPoint(), QRegion(), QWidget::DrawChildren);
     const QSizeF size = m_view->size();
     const QRectF body(m_offset.x() - size.width() / 2, m_offset.y() - kTail - size.height(), size.width(),
                       size.height());
@@ -40,5 +48,5 @@ void HBBubbleSymbolizer::draw(QPainter &painter, const HBClippingRegion &, std::
     painter.setBrush(kBodyColor);
     painter.drawPath(shape.united(tail));
     painter.restore();
-    m_view->render(&painter, body.topLeft().toPoint(), QRegion(), QWidget::DrawChildren);
+    painter.drawPixmap(body.topLeft(), contents);
 }
