@@ -1,0 +1,170 @@
+#include "FernwickWindow.h"
+
+#include "FernwickLibraryLayer.h"
+
+#include "export/HBGPXExporter.h"
+#include "manager/HBTrackManager.h"
+#include "model/HBTrack.h"
+#include "model/HBTrackGeometry.h"
+#include "ui/HBMapCanvas.h"
+#include "ui/HBTileLayer.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QFileDialog>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QMouseEvent>
+#include <QSettings>
+#include <QStandardPaths>
+
+namespace {
+
+// The same file as the library's user defaults.
+const QString kSettingsOrganisation = QStringLiteral("Fernwick");
+const QString kSettingsApplication = QStringLiteral("Fernwick");
+const QString kGeometryKey = QStringLiteral("fernwick/windowGeometry");
+const QString kViewKey = QStringLiteral("fernwick/mapView"); // centre x, centre y (metres), metres per pixel
+// Off by default: no tile server is asked unless the user names one.
+const QString kTileTemplateKey = QStringLiteral("fernwick/tileURLTemplate");
+const QString kTileAttributionKey = QStringLiteral("fernwick/tileAttribution");
+
+} // namespace
+
+FernwickWindow::FernwickWindow(HBTrackManager *manager, QWidget *parent)
+    : QMainWindow(parent)
+    , m_manager(manager)
+    , m_canvas(new HBMapCanvas(this))
+    , m_layer(new FernwickLibraryLayer(manager, this))
+{
+    setWindowTitle(tr("Fernwick"));
+    setCentralWidget(m_canvas);
+    const QSettings s(kSettingsOrganisation, kSettingsApplication);
+    const QString tileTemplate = s.value(kTileTemplateKey).toString();
+    if (!tileTemplate.isEmpty()) {
+        const QString cache = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation)
+                              + QStringLiteral("/Fernwick/Tiles");
+        m_tiles = new HBTileLayer(tileTemplate, s.value(kTileAttributionKey).toString(), cache, this);
+        m_canvas->setTileLayer(m_tiles);
+    }
+    buildMenus();
+    wireLayer();
+    restoreSettings();
+}
+
+FernwickWindow::~FernwickWindow() = default;
+
+void FernwickWindow::wireLayer()
+{
+    // Where a picker controller takes the layer's place: the same four
+    // connections to its properties of the same names.
+    connect(m_layer, &FernwickLibraryLayer::spatialObjectsChanged, m_canvas,
+            [this] { m_canvas->setSpatialObjects(m_layer->spatialObjects()); });
+    connect(m_layer, &FernwickLibraryLayer::spatialObjectSelectionIndexesChanged, m_canvas,
+            [this] { m_canvas->setSpatialObjectSelectionIndexes(m_layer->spatialObjectSelectionIndexes()); });
+    connect(m_canvas, &HBMapCanvas::spatialObjectsClicked, m_layer, &FernwickLibraryLayer::addSelectedSpatialObjects);
+}
+
+void FernwickWindow::buildMenus()
+{
+    QMenu *file = menuBar()->addMenu(tr("&File"));
+    file->addAction(tr("Import\u2026"), QKeySequence::Open, this, &FernwickWindow::importFiles);
+    file->addAction(tr("Download from GPS\u2026"), this, [this] { m_manager->importWithGPSBabelForWindow(this); });
+    file->addAction(tr("Export Selection as GPX\u2026"), QKeySequence(tr("Ctrl+E")), this,
+                    &FernwickWindow::exportSelection);
+    file->addSeparator();
+    file->addAction(tr("Quit"), QKeySequence::Quit, this, &QWidget::close);
+
+    QMenu *view = menuBar()->addMenu(tr("&View"));
+    view->addAction(tr("Zoom To Fit"), QKeySequence(tr("Ctrl+0")), this, &FernwickWindow::zoomToFit);
+    QAction *picker = view->addAction(tr("Show Track Picker"));
+    // The picker window comes with the track picker controller.
+    picker->setEnabled(false);
+
+    QMenu *help = menuBar()->addMenu(tr("&Help"));
+    help->addAction(tr("About Fernwick"), this, &FernwickWindow::showAbout);
+}
+
+void FernwickWindow::zoomToFit()
+{
+    QList<HBSpatialObject *> objects;
+    for (qsizetype i : m_layer->spatialObjectSelectionIndexes())
+        objects.append(m_layer->spatialObjects().value(i));
+    m_canvas->fitSpatialObjects(objects.isEmpty() ? m_layer->spatialObjects() : objects);
+}
+
+bool FernwickWindow::hoverFirstTrack()
+{
+    const QList<HBSpatialObject *> objects = m_layer->spatialObjects();
+    const auto first = std::find_if(objects.cbegin(), objects.cend(),
+                                    [](HBSpatialObject *o) { return dynamic_cast<HBTrack *>(o); });
+    if (first == objects.cend())
+        return false;
+    auto *track = dynamic_cast<HBTrack *>(*first);
+    const auto points = track->geometry()->geometryWithProjection(
+        HBProjection(HBProjection::WebMercatorSRID));
+    if (!points || points->count() == 0)
+        return false;
+    const QPointF at = m_canvas->view().toView(points->points()[points->count() / 2], m_canvas->size());
+    QMouseEvent move(QEvent::MouseMove, at, m_canvas->mapToGlobal(at), Qt::NoButton, Qt::NoButton, Qt::NoModifier);
+    QApplication::sendEvent(m_canvas, &move);
+    return true;
+}
+
+void FernwickWindow::importFiles()
+{
+    QStringList patterns;
+    for (const QString &type : HBTrackManager::validFileTypes())
+        patterns.append(QStringLiteral("*.") + type);
+    const QStringList paths = QFileDialog::getOpenFileNames(
+        this, tr("Import"), QString(), tr("GPS files (%1)").arg(patterns.join(u' ')));
+    if (!paths.isEmpty())
+        m_manager->importFilesAtPaths(paths);
+}
+
+void FernwickWindow::exportSelection()
+{
+    HBGPXExporter exporter;
+    exporter.tracks() = m_layer->selectedTracks();
+    exporter.waypoints() = m_layer->selectedWaypoints();
+    if (exporter.tracks().isEmpty() && exporter.waypoints().isEmpty()) {
+        QMessageBox::information(this, tr("Export Selection as GPX"),
+                                 tr("Select tracks or waypoints on the map first."));
+        return;
+    }
+    const QString path =
+        QFileDialog::getSaveFileName(this, tr("Export Selection as GPX"), QString(), tr("GPX files (*.gpx)"));
+    if (!path.isEmpty() && !exporter.exportToPath(path))
+        QMessageBox::warning(this, tr("Export Selection as GPX"), exporter.errorString());
+}
+
+void FernwickWindow::showAbout()
+{
+    QMessageBox::about(this, tr("About Fernwick"),
+                       tr("<b>Fernwick</b> %1<p>Tracks and waypoints from GPS files and receivers on a map.</p>")
+                           .arg(QApplication::applicationVersion()));
+}
+
+void FernwickWindow::restoreSettings()
+{
+    QSettings s(kSettingsOrganisation, kSettingsApplication);
+    if (!restoreGeometry(s.value(kGeometryKey).toByteArray()))
+        resize(1000, 700);
+    const QList<QVariant> view = s.value(kViewKey).toList();
+    if (view.size() == 3)
+        m_canvas->setView(HBMapView(QPointF(view[0].toDouble(), view[1].toDouble()), view[2].toDouble()));
+}
+
+void FernwickWindow::saveSettings() const
+{
+    QSettings s(kSettingsOrganisation, kSettingsApplication);
+    s.setValue(kGeometryKey, saveGeometry());
+    const HBMapView view = m_canvas->view();
+    s.setValue(kViewKey, QVariantList{view.centre().x(), view.centre().y(), view.metresPerPixel()});
+}
+
+void FernwickWindow::closeEvent(QCloseEvent *event)
+{
+    saveSettings();
+    event->accept();
+}
