@@ -111,6 +111,7 @@ void HBMapCanvas::setSpatialObjects(const QList<HBSpatialObject *> &objects)
             disconnect(item->style.get(), nullptr, this, nullptr);
     }
     m_items.clear();
+    m_context.reset();
     m_objects = objects;
     for (qsizetype i = 0; i < objects.size(); ++i) {
         std::unique_ptr<Item> item = itemFor(objects[i]);
@@ -151,6 +152,7 @@ void HBMapCanvas::setView(const HBMapView &view)
     if (view == m_view)
         return;
     m_view = view;
+    m_context.reset();
     // the bubble points at where the track point was drawn
     endHover();
     update();
@@ -172,9 +174,18 @@ HBSimplePointStyle *HBMapCanvas::hoveredStyle() const
     return m_hovered ? m_hovered->style.get() : nullptr;
 }
 
-HBDrawingContext HBMapCanvas::drawingContext() const
+const HBDrawingContext &HBMapCanvas::drawingContext() const
 {
-    return HBDrawingContext(kMercator, m_view.clippingRegion(size(), kSymbolMargin, kMinSpacingPixels));
+    if (!m_context) {
+        m_context = std::make_unique<HBDrawingContext>(
+            kMercator, m_view.clippingRegion(size(), kSymbolMargin, kMinSpacingPixels));
+    }
+    return *m_context;
+}
+
+void HBMapCanvas::resizeEvent(QResizeEvent *)
+{
+    m_context.reset();
 }
 
 void HBMapCanvas::paintEvent(QPaintEvent *)
@@ -183,7 +194,7 @@ void HBMapCanvas::paintEvent(QPaintEvent *)
     m_graticule.draw(painter, m_view, size());
     if (m_tiles)
         m_tiles->draw(painter, m_view, size());
-    const HBDrawingContext context = drawingContext();
+    const HBDrawingContext &context = drawingContext();
     for (const std::unique_ptr<Item> &item : m_items) {
         if (item && item.get() != m_hovered)
             drawItem(painter, *item, context);
@@ -236,7 +247,7 @@ quint32 HBMapCanvas::hitIndex(const Item &item, QPointF viewPoint, const HBDrawi
 
 HBSpatialObject *HBMapCanvas::spatialObjectAt(QPointF viewPoint) const
 {
-    const HBDrawingContext context = drawingContext();
+    const HBDrawingContext &context = drawingContext();
     for (auto it = m_items.rbegin(); it != m_items.rend(); ++it) {
         if (*it && hitIndex(**it, viewPoint, context) != HBSimplePointStyle::NoPoint)
             return (*it)->object;
@@ -250,7 +261,7 @@ void HBMapCanvas::hover(QPointF viewPoint)
     // is within its bounds, unless a track drawn above it has a point
     // there. The style then finds the point itself, so the hovered track
     // is walked once per move.
-    const HBDrawingContext context = drawingContext();
+    const HBDrawingContext &context = drawingContext();
     Item *target = nullptr;
     for (auto it = m_items.rbegin(); it != m_items.rend() && !target; ++it) {
         Item *item = it->get();

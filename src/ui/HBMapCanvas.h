@@ -57,8 +57,10 @@ public:
 
     // The style of the track under the mouse, or null.
     HBSimplePointStyle *hoveredStyle() const;
-    // What the view shows and how it thins, as styles see it.
-    HBDrawingContext drawingContext() const;
+    // What the view shows and how it thins, as styles see it; kept until
+    // the view, its size or the objects change, so that a frame and the
+    // mouse moves over it share the walks over the tracks' points.
+    const HBDrawingContext &drawingContext() const;
     // The topmost object with a drawn point within its symbol's reach of
     // viewPoint, or null.
     HBSpatialObject *spatialObjectAt(QPointF viewPoint) const;
@@ -76,6 +78,7 @@ protected:
     void leaveEvent(QEvent *event) override;
     void wheelEvent(QWheelEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
 
 private:
     struct Item;
@@ -92,6 +95,7 @@ private:
     std::vector<std::unique_ptr<Item>> m_items;
     QList<qsizetype> m_selection;
     HBMapView m_view;
+    mutable std::unique_ptr<HBDrawingContext> m_context;
     HBMapGraticule m_graticule;
     QPointer<HBTileLayer> m_tiles;
     Item *m_hovered = nullptr;

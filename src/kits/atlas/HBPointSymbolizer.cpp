@@ -7,12 +7,17 @@
 #include <QPainterPath>
 
 #include <cmath>
+#include <vector>
 
 namespace {
 
 // Record versions: a later version only appends values, so that every
 // version reads the values it knows from any record.
 constexpr quint16 kRecordVersion = 1;
+// Side of the cells of the view that take one stamp of a symbol each,
+// pixels, and how far beyond the view the cells reach.
+constexpr int kCell = 2;
+constexpr int kGridMargin = 32;
 
 QPainterPath outline(int type, double r)
 {
@@ -105,8 +110,23 @@ void HBPointSymbolizer::draw(QPainter &painter, const HBClippingRegion &region, 
 {
     const QImage symbol = symbolImage();
     const QPointF centre(symbol.width() / 2.0, symbol.height() / 2.0);
-    region.forEachDrawnPoint(points.data(), quint32(points.size()),
-                             [&](quint32, QPointF viewPoint) { painter.drawImage(viewPoint - centre, symbol); });
+    // A track that passes the same place many times would stamp its symbol
+    // on itself thousands of times: one stamp per cell of the view is what
+    // shows, and the cells are smaller than a symbol.
+    const QRect view = painter.device() ? QRect(0, 0, painter.device()->width(), painter.device()->height()) : QRect();
+    const QRect grid = view.adjusted(-kGridMargin, -kGridMargin, kGridMargin, kGridMargin);
+    const int columns = grid.width() / kCell + 1;
+    std::vector<bool> stamped(size_t(columns) * size_t(grid.height() / kCell + 1));
+    region.forEachDrawnPoint(points.data(), quint32(points.size()), [&](quint32, QPointF viewPoint) {
+        const QPoint at = viewPoint.toPoint();
+        if (grid.contains(at)) {
+            const size_t cell = size_t((at.y() - grid.top()) / kCell) * columns + (at.x() - grid.left()) / kCell;
+            if (stamped[cell])
+                return;
+            stamped[cell] = true;
+        }
+        painter.drawImage(viewPoint - centre, symbol);
+    });
 }
 
 void HBPointSymbolizer::encodeWithCoder(QDataStream &stream) const
