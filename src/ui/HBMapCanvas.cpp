@@ -92,13 +92,20 @@ std::unique_ptr<HBMapCanvas::Item> HBMapCanvas::itemFor(HBSpatialObject *object)
     } else if (auto *waypoint = dynamic_cast<HBWaypoint *>(object)) {
         const QPointF lonLat = waypoint->geometry()->point();
         std::optional<std::vector<QPointF>> projected = kMercator.project({&lonLat, 1});
-        if (projected)
+        if (projected) {
+            // Mercator has no room for the poles: a waypoint beyond 85.05
+            // degrees stands on the edge of the map's square world
+            QPointF &p = projected->front();
+            p.setY(std::clamp(p.y(), -HBMapView::kWorldHalf, HBMapView::kWorldHalf));
             item->points = std::make_shared<HBMultiPointGeometry>(std::move(*projected), kMercator.srid());
+        }
         item->style = waypoint->style();
         item->record = waypoint;
         item->isTrack = false;
     }
-    if (!item->points || !item->style)
+    // a track without located points has nothing to draw, and its bounds
+    // would pull a fitted view to (0, 0)
+    if (!item->points || item->points->count() == 0 || !item->style)
         return nullptr;
     return item;
 }

@@ -1,5 +1,4 @@
-#include "../browse/BrowseTestSupport.h"
-#include "TemporaryHome.h"
+#include "ImportedLibrary.h"
 
 #include "kits/atlas/HBDrawingContext.h"
 #include "kits/geometry/HBPointGeometry.h"
@@ -22,25 +21,21 @@ class tst_HBMapCanvas : public QObject
 {
     Q_OBJECT
 
-    QTemporaryDir m_home;
-    HBFetchedRecords<HBTrack> m_tracks;
-    HBFetchedRecords<HBWaypoint> m_waypoints;
+    ImportedLibrary m_library;
     std::unique_ptr<HBMapCanvas> m_canvas;
     Objects m_objects;
 
-    HBTrack *track(const QString &name) const
-    {
-        const auto it = std::find_if(m_tracks.records.cbegin(), m_tracks.records.cend(),
-                                     [&](const HBTrack *t) { return t->name() == name; });
-        return it == m_tracks.records.cend() ? nullptr : *it;
-    }
     static std::vector<QPointF> mercatorPointsOf(HBSpatialObject *object)
     {
         const HBProjection mercator(HBProjection::WebMercatorSRID);
-        if (auto *t = dynamic_cast<HBTrack *>(object))
-            return t->geometry()->geometryWithProjection(mercator)->points();
+        if (auto *t = dynamic_cast<HBTrack *>(object)) {
+            const auto projected = t->geometry() ? t->geometry()->geometryWithProjection(mercator) : nullptr;
+            return projected ? projected->points() : std::vector<QPointF>();
+        }
+        // the file's waypoints at the poles stand on the edge of the square world
         const QPointF lonLat = dynamic_cast<HBWaypoint *>(object)->geometry()->point();
-        return *mercator.project({&lonLat, 1});
+        const QPointF p = mercator.project({&lonLat, 1})->front();
+        return {QPointF(p.x(), std::clamp(p.y(), -HBMapView::kWorldHalf, HBMapView::kWorldHalf))};
     }
     QPointF viewPointOf(HBTrack *t, int index) const
     {
@@ -50,16 +45,13 @@ class tst_HBMapCanvas : public QObject
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_home.isValid());
-        useTemporaryHome(m_home);
-        importAndWait({QStringLiteral(HB_CORPUS_DIR "/gpx/gpsbabel-segmented_tracks.gpx"),
-                       QStringLiteral(HB_CORPUS_DIR "/gpx/gpsbabel-fitwrite-mavi.gpx")});
-        HBTrackManager *manager = HBTrackManager::sharedTrackManager();
-        m_tracks = manager->tracksForPredicate(HBPredicate::truePredicate());
-        m_waypoints = manager->waypointsForPredicate(HBPredicate::truePredicate());
-        for (HBTrack *t : m_tracks.records)
+        // the last file has waypoints at the poles, and a track without
+        // points, which once pulled a fitted view to (0, 0)
+        m_library.import({QStringLiteral("gpsbabel-segmented_tracks.gpx"), QStringLiteral("gpsbabel-fitwrite-mavi.gpx"),
+                          QStringLiteral("gpsbabel-Lctns_Instinct.gpx")});
+        for (HBTrack *t : m_library.tracks.records)
             m_objects.append(t);
-        for (HBWaypoint *w : m_waypoints.records)
+        for (HBWaypoint *w : m_library.waypoints.records)
             m_objects.append(w);
         m_canvas = std::make_unique<HBMapCanvas>();
         m_canvas->resize(800, 600);
@@ -78,7 +70,7 @@ private slots:
     void fitShowsTheObjectsWholeWithAMargin()
     {
         QFETCH(QString, which);
-        const Objects objects = which.isEmpty() ? m_objects : Objects{track(which)};
+        const Objects objects = which.isEmpty() ? m_objects : Objects{m_library.track(which)};
         m_canvas->fitSpatialObjects(objects);
         double left = 1e9, right = -1e9, top = 1e9, bottom = -1e9;
         for (HBSpatialObject *object : objects) {
@@ -99,7 +91,7 @@ private slots:
 
     void fitOfALoneWaypointOrNothing()
     {
-        HBWaypoint *waypoint = m_waypoints.records.first();
+        HBWaypoint *waypoint = m_library.waypoints.records.first();
         m_canvas->fitSpatialObjects({waypoint});
         QCOMPARE(m_canvas->view(), HBMapView(mercatorPointsOf(waypoint).front(), 2));
         QSignalSpy changed(m_canvas.get(), &HBMapCanvas::viewChanged);
@@ -157,7 +149,7 @@ private slots:
 
     void clickSelectsTheObjectUnderTheMouse()
     {
-        HBTrack *noTimes = track(QStringLiteral("No Times"));
+        HBTrack *noTimes = m_library.track(QStringLiteral("No Times"));
         m_canvas->fitSpatialObjects({noTimes});
         QSignalSpy clicked(m_canvas.get(), &HBMapCanvas::spatialObjectsClicked);
         QTest::mouseClick(m_canvas.get(), Qt::LeftButton, {}, viewPointOf(noTimes, 3).toPoint());
@@ -169,7 +161,7 @@ private slots:
 
     void selectedObjectsAreHighlighted()
     {
-        HBWaypoint *waypoint = m_waypoints.records.first();
+        HBWaypoint *waypoint = m_library.waypoints.records.first();
         m_canvas->setSpatialObjectSelectionIndexes({});
         m_canvas->fitSpatialObjects({waypoint});
         // the waypoint symbol reaches 15.5 pixels, the halo 3 more
@@ -184,7 +176,7 @@ private slots:
 
     void hoverShowsTheBubbleOfThePointUnderTheMouse()
     {
-        HBTrack *withTimes = track(QStringLiteral("With Times"));
+        HBTrack *withTimes = m_library.track(QStringLiteral("With Times"));
         m_canvas->setSpatialObjects({withTimes});
         m_canvas->fitSpatialObjects({withTimes});
         const QPointF at = viewPointOf(withTimes, 8);

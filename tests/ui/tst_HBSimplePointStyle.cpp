@@ -1,4 +1,4 @@
-#include "../browse/BrowseTestSupport.h"
+#include "ImportedLibrary.h"
 #include "ProbeProcess.h"
 
 #include "kits/atlas/HBClippingRegion.h"
@@ -25,31 +25,14 @@ class tst_HBSimplePointStyle : public QObject
 {
     Q_OBJECT
 
-    QTemporaryDir m_home;
-    HBFetchedRecords<HBTrack> m_tracks;
-    HBFetchedRecords<HBWaypoint> m_waypoints;
-
-    HBTrack *track(const QString &name) const
-    {
-        for (HBTrack *t : m_tracks.records) {
-            if (t->name() == name)
-                return t;
-        }
-        return nullptr;
-    }
+    ImportedLibrary m_library;
 
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_home.isValid());
-        useTemporaryHome(m_home);
-        importAndWait({QStringLiteral(HB_CORPUS_DIR "/gpx/gpsbabel-segmented_tracks.gpx"),
-                       QStringLiteral(HB_CORPUS_DIR "/gpx/gpsbabel-fitwrite-mavi.gpx")});
-        HBTrackManager *manager = HBTrackManager::sharedTrackManager();
-        m_tracks = manager->tracksForPredicate(HBPredicate::truePredicate());
-        m_waypoints = manager->waypointsForPredicate(HBPredicate::truePredicate());
-        QCOMPARE(m_tracks.records.size(), 3);
-        QCOMPARE(m_waypoints.records.size(), 12);
+        m_library.import({QStringLiteral("gpsbabel-segmented_tracks.gpx"), QStringLiteral("gpsbabel-fitwrite-mavi.gpx")});
+        QCOMPARE(m_library.tracks.records.size(), 3);
+        QCOMPARE(m_library.waypoints.records.size(), 12);
     }
 
     void hitTest_data()
@@ -93,8 +76,8 @@ private slots:
     void freshStyles()
     {
         QFETCH(bool, waypoint);
-        HBManagedObject *object = waypoint ? static_cast<HBManagedObject *>(m_waypoints.records.first())
-                                           : static_cast<HBManagedObject *>(m_tracks.records.first());
+        HBManagedObject *object = waypoint ? static_cast<HBManagedObject *>(m_library.waypoints.records.first())
+                                           : static_cast<HBManagedObject *>(m_library.tracks.records.first());
         const HBSimplePointStyle style(object);
         QCOMPARE(style.rules().size(), 1);
         QCOMPARE(style.rules().first()->symbolizers().size(), 1);
@@ -123,8 +106,8 @@ private slots:
 
     void aBurstOfChangesIsWrittenOnceASecondAfterTheLast()
     {
-        HBSimplePointStyle style(m_waypoints.records.at(1));
-        const QString path = HBSimplePointStyle::styleCachePathForObject(m_waypoints.records.at(1));
+        HBSimplePointStyle style(m_library.waypoints.records.at(1));
+        const QString path = HBSimplePointStyle::styleCachePathForObject(m_library.waypoints.records.at(1));
         QSignalSpy saved(&style, &HBSimplePointStyle::saved);
         for (float size : {4.0f, 5.0f, 6.0f}) {
             style.primaryPointSymbolizer()->setSymbolSize(size);
@@ -134,7 +117,7 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(saved.count(), 1, 3000);
         QTest::qWait(1200);
         QCOMPARE(saved.count(), 1);
-        QCOMPARE(HBSimplePointStyle(m_waypoints.records.at(1)).primaryPointSymbolizer()->symbolSize(), 6.0f);
+        QCOMPARE(HBSimplePointStyle(m_library.waypoints.records.at(1)).primaryPointSymbolizer()->symbolSize(), 6.0f);
     }
 
     void deletingAnObjectRemovesItsStyleFile_data()
@@ -147,8 +130,8 @@ private slots:
     void deletingAnObjectRemovesItsStyleFile()
     {
         QFETCH(bool, waypoint);
-        HBManagedObject *object = waypoint ? static_cast<HBManagedObject *>(m_waypoints.records.takeLast())
-                                           : static_cast<HBManagedObject *>(track(QStringLiteral("No Times")));
+        HBManagedObject *object = waypoint ? static_cast<HBManagedObject *>(m_library.waypoints.records.takeLast())
+                                           : static_cast<HBManagedObject *>(m_library.track(QStringLiteral("No Times")));
         QVERIFY(object);
         const QString path = HBSimplePointStyle::styleCachePathForObject(object);
         HBSimplePointStyle(object).save();
@@ -160,7 +143,7 @@ private slots:
     void hoverShowsTheBubbleOfAPointInTheThirdSegment()
     {
         // segments of 6, 2, 5, 5 and 5 points: index 8 opens the third
-        HBTrack *withTimes = track(QStringLiteral("With Times"));
+        HBTrack *withTimes = m_library.track(QStringLiteral("With Times"));
         QVERIFY(withTimes);
         HBSimplePointStyle style(withTimes);
         const HBProjection mercator(HBProjection::WebMercatorSRID);
