@@ -95,20 +95,19 @@ void FernwickWindow::zoomToFit()
 
 bool FernwickWindow::hoverFirstTrack()
 {
-    const QList<HBSpatialObject *> objects = m_layer->spatialObjects();
-    const auto first = std::find_if(objects.cbegin(), objects.cend(),
-                                    [](HBSpatialObject *o) { return dynamic_cast<HBTrack *>(o); });
-    if (first == objects.cend())
-        return false;
-    auto *track = dynamic_cast<HBTrack *>(*first);
-    const auto points = track->geometry()->geometryWithProjection(
-        HBProjection(HBProjection::WebMercatorSRID));
-    if (!points || points->count() == 0)
-        return false;
-    const QPointF at = m_canvas->view().toView(points->points()[points->count() / 2], m_canvas->size());
-    QMouseEvent move(QEvent::MouseMove, at, m_canvas->mapToGlobal(at), Qt::NoButton, Qt::NoButton, Qt::NoModifier);
-    QApplication::sendEvent(m_canvas, &move);
-    return true;
+    const HBProjection mercator(HBProjection::WebMercatorSRID);
+    for (HBSpatialObject *object : m_layer->spatialObjects()) {
+        auto *track = dynamic_cast<HBTrack *>(object);
+        const std::shared_ptr<HBTrackGeometry> geometry = track ? track->geometry() : nullptr;
+        const auto points = geometry ? geometry->geometryWithProjection(mercator) : nullptr;
+        if (!points || points->count() == 0)
+            continue;
+        const QPointF at = m_canvas->view().toView(points->points()[points->count() / 2], m_canvas->size());
+        QMouseEvent move(QEvent::MouseMove, at, m_canvas->mapToGlobal(at), Qt::NoButton, Qt::NoButton, Qt::NoModifier);
+        QApplication::sendEvent(m_canvas, &move);
+        return true;
+    }
+    return false;
 }
 
 void FernwickWindow::importFiles()

@@ -22,8 +22,8 @@ public:
     FernwickLibraryLayer *layer() const { return m_layer; }
     // Shows the selected objects whole, or all of them when none is selected.
     void zoomToFit();
-    // Puts the mouse over the middle point of the first listed track, so
-    // that its bubble shows; false without a track.
+    // Puts the mouse over the middle point of the first listed track with
+    // points, so that its bubble shows; false without one.
     bool hoverFirstTrack();
 
 protected:
