@@ -43,4 +43,7 @@ void HBTrackBubbleSymbolizer::showDate()
     const QDateTime date = point ? point->date() : QDateTime();
     m_dateField->setText(m_dateFormatter ? m_dateFormatter->stringFromDate(date) : QString());
     m_timeField->setText(m_timeFormatter ? m_timeFormatter->stringFromDate(date) : QString());
+    // a point without a date leaves no empty line in the bubble
+    m_dateField->setHidden(m_dateField->text().isEmpty());
+    m_timeField->setHidden(m_timeField->text().isEmpty());
 }
