@@ -51,11 +51,11 @@ double HBMapGraticule::stepForScale(double metresPerPixel, double minPixels)
                 return m * decade;
         }
     }
-    for (double step : {10.0, 15.0, 30.0}) {
+    for (double step : {10.0, 15.0, 30.0, 45.0}) {
         if (step >= minDegrees)
             return step;
     }
-    return 30;
+    return 90;
 }
 
 QString HBMapGraticule::label(double value, bool isLatitude, double step)

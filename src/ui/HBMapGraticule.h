@@ -17,8 +17,8 @@ public:
     void draw(QPainter &painter, const HBMapView &view, QSize viewSize) const;
 
     // The step in degrees for a view of metresPerPixel: the smallest round
-    // step (1, 2 or 5 times a power of ten, or 15, 30) whose lines of
-    // longitude are at least minPixels apart.
+    // step (1, 2 or 5 times a power of ten, or 15, 30, 45, 90) whose lines
+    // of longitude are at least minPixels apart; 90 at most.
     static double stepForScale(double metresPerPixel, double minPixels);
     // "12.5°E", "0°", "45°S": degrees of longitude (isLatitude false) or latitude.
     static QString label(double degrees, bool isLatitude, double step);
