@@ -1,17 +1,9 @@
+#include "ImportTestSupport.h"
 #include "SqliteRows.h"
-#include "TemporaryHome.h"
 
-#include "import/HBFileImportOperation.h"
-#include "manager/HBTrackManager.h"
-#include "model/HBImportSource.h"
-#include "platform/HBOperationQueue.h"
-#include "platform/store/HBFetchRequest.h"
-#include "platform/store/HBManagedObjectContext.h"
-
-#include <QDir>
 #include <QFileInfo>
-#include <QTemporaryDir>
-#include <QTest>
+
+using namespace importtest;
 
 namespace {
 
@@ -60,52 +52,20 @@ class tst_HBFileImportOperation : public QObject
 {
     Q_OBJECT
 
-    QTemporaryDir m_home;
-
-    QString filesFolder() const { return m_home.filePath(QStringLiteral("import files")); }
-
-    static void write(const QString &path, const QByteArray &bytes)
-    {
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write(bytes), qint64(bytes.size()));
-    }
+    ImportTestHome m_home;
 
     // Makes what the row's kind names at the path: a file with the bytes,
     // a folder, or nothing.
     static void make(const QString &kind, const QString &path, const QByteArray &bytes)
     {
         if (kind == QLatin1String("file"))
-            write(path, bytes);
+            QVERIFY(writeFile(path, bytes));
         else if (kind == QLatin1String("folder"))
             QVERIFY(QDir().mkpath(path));
     }
 
-    static HBImportSource *sourceWithPath(HBManagedObjectContext *context, const QString &path)
-    {
-        HBFetchRequest request(QStringLiteral("HBImportSource"));
-        request.setPredicate(HBPredicate::format(QStringLiteral("filePath == %@"), {path}));
-        const QList<HBManagedObject *> found = context->executeFetchRequest(request);
-        return found.size() == 1 ? static_cast<HBImportSource *>(found.first()) : nullptr;
-    }
-
-    static void run(const std::shared_ptr<HBFileImportOperation> &operation)
-    {
-        HBOperationQueue queue;
-        queue.setMaxConcurrentOperationCount(1);
-        queue.addOperation(operation);
-        queue.waitUntilAllOperationsAreFinished();
-        QVERIFY(operation->isFinished());
-    }
-
 private slots:
-    void initTestCase()
-    {
-        QVERIFY(m_home.isValid());
-        useTemporaryHome(m_home);
-        QVERIFY(QDir().mkpath(filesFolder()));
-        QVERIFY(HBTrackManager::sharedTrackManager());
-    }
+    void initTestCase() { QVERIFY(m_home.setUp()); }
 
     void numberOfCharactersCountsUtf16Units_data()
     {
@@ -153,7 +113,7 @@ private slots:
         QFETCH(QString, kind);
         QFETCH(QByteArray, bytes);
         QFETCH(quint64, expected);
-        const QString path = QDir(filesFolder()).filePath(QTest::currentDataTag());
+        const QString path = m_home.filePath(QString::fromUtf8(QTest::currentDataTag()));
         make(kind, path, bytes);
 
         QCOMPARE(HBFileImportOperation::numberOfCharactersInFile(path), expected);
@@ -184,7 +144,7 @@ private slots:
         QFETCH(quint64, characters);
         QFETCH(bool, hasDate);
         const QString name = QStringLiteral("source %1.gpx").arg(QTest::currentDataTag());
-        const QString path = QDir(filesFolder()).filePath(name);
+        const QString path = m_home.filePath(name);
         make(kind, path, bytes);
         // a past modification time with milliseconds, which the record must keep exactly
         const QDateTime modified(QDate(2021, 3, 4), QTime(5, 6, 7, 89), Qt::UTC);
@@ -199,13 +159,14 @@ private slots:
         operation->setFilePath(path);
         operation->setImportDate(importDate);
         QCOMPARE(operation->numberOfCharacters(), characters);
-        run(operation);
+        runToEnd(operation);
+        QVERIFY(operation->isFinished());
         QVERIFY(operation->saved());
         QVERIFY(operation->managedObjectContext());
 
         std::unique_ptr<HBManagedObjectContext> reader = HBTrackManager::sharedTrackManager()->newManagedObjectContext();
         reader->performBlockAndWait([&] {
-            HBImportSource *source = sourceWithPath(reader.get(), path);
+            HBImportSource *source = importSourceWithPath(reader.get(), path);
             QVERIFY(source);
             QCOMPARE(source->sourceType(), 1);
             QCOMPARE(source->name(), name);
@@ -226,18 +187,18 @@ private slots:
 
     void aBorrowedContextOutlivesTheOperation()
     {
-        const QString path = QDir(filesFolder()).filePath(QStringLiteral("borrowed.nmea"));
-        write(path, "$GPRMC\n");
+        const QString path = m_home.filePath(QStringLiteral("borrowed.nmea"));
+        QVERIFY(writeFile(path, "$GPRMC\n"));
         HBManagedObjectContext *root = HBTrackManager::sharedBackgroundThreadTrackManager()->managedObjectContext();
         {
             auto operation = std::make_shared<SourceOnlyImport>(SourceOnlyImport::Context::BackgroundRoot);
             operation->setFilePath(path);
-            run(operation);
+            runToEnd(operation);
             QVERIFY(operation->saved());
             QCOMPARE(operation->managedObjectContext(), root);
         }
         root->performBlockAndWait([&] {
-            HBImportSource *source = sourceWithPath(root, path);
+            HBImportSource *source = importSourceWithPath(root, path);
             QVERIFY(source);
             QCOMPARE(source->fileSize(), std::optional<quint64>(7));
         });

@@ -217,54 +217,38 @@ private slots:
     }
 
     // Each file in an empty home of its own. In a well-formed activity file
-        // every Lap, Track and Trackpoint closes inside its Activity, so what is
-        // listed equals what is saved and equals the element counts of the
-        // corpus README (given in the comments), and there is one event per
-    // Activity; where the rules make a difference, the comment says how.
+    // every Lap, Track and Trackpoint closes inside its Activity, so what is
+    // listed equals what is saved and equals the element counts of the
+    // corpus README (a Lap is a track, each Track in it a segment), with one
+    // event per Activity; where the rules make a difference, a comment says
+    // how.
     void corpusFilesImportWhatTheRulesGive_data()
     {
         QTest::addColumn<QString>("file");
         QTest::addColumn<QString>("expected");
         const auto row = addCorpusRow;
-        // README: 2 Activity, 26 Lap, 26 Track, 2717 Trackpoint: two events
         row("tcx/dblock-multiple_running_activities.tcx", "26 26 2717 0", "26 26 2717 0 2");
-        // README: 1 Activity, 1 Lap, 2 Track, 494 Trackpoint: one track of two segments
         row("tcx/dblock-multisport-trainingcenter.tcx", "1 2 494 0", "1 2 494 0 1");
-        // README: 1 Activity, 1 Lap, 1 Track, 32 Trackpoint: one event
         row("tcx/dblock-pool_swim-vivoactive.tcx", "1 1 32 0", "1 1 32 0 1");
         // README: no Activity, Lap or Track (workouts only): the import source alone
         row("tcx/dblock-simple_workout.tcx", "0 0 0 0", "0 0 0 0 0");
-        // README: 1 Activity, 3 Lap, 3 Track, 215 Trackpoint: one event
         row("tcx/dblock-treadmill-forerunner945.tcx", "3 3 215 0", "3 3 215 0 1");
-        // README: 1 Activity, 14 Lap, 14 Track, 943 Trackpoint: one event
         row("tcx/gpsbabel-gtrnctr-lap_s-fit2tcx.tcx", "14 14 943 0", "14 14 943 0 1");
         // README: 1 Course, 1 Lap, 1 Track, 18 Trackpoint; in a course the Track follows the Lap instead of lying in it: the Lap closes as a track without segments, and the segment with its 18 points closes into no track and is dropped; no Activity, no event
         row("tcx/gpsbabel-gtrnctr-readcp-course.tcx", "1 0 0 0", "1 0 0 0 0");
-        // README: 1 Activity, 1 Lap, 2 Track, 1205 Trackpoint: one track of two segments
         row("tcx/gpsbabel-history.tcx", "1 2 1205 0", "1 2 1205 0 1");
-        // README: 1 Activity, 1 Lap, 1 Track, 5 Trackpoint: one event
         row("tcx/gpsbabel-kona2013-edge500.tcx", "1 1 5 0", "1 1 5 0 1");
-        // README: 1 Activity, 1 Lap, 1 Track, 4 Trackpoint: one event
         row("tcx/gpsbabel-tcxdata-written.tcx", "1 1 4 0", "1 1 4 0 1");
-        // README: 1 Activity, 1 Lap, 1 Track, 4 Trackpoint: one event
         row("tcx/gpsbabel-tcxdatagns-written.tcx", "1 1 4 0", "1 1 4 0 1");
-        // README: 1 Activity, 2 Lap, 2 Track, 903 Trackpoint: one event
         row("tcx/sportslib-movescount.tcx", "2 2 903 0", "2 2 903 0 1");
-        // README: 1 Activity, 32 Lap, 32 Track, 752 Trackpoint: one event
         row("tcx/sportslib-suunto-spartan-32laps.tcx", "32 32 752 0", "32 32 752 0 1");
-        // README: 1 Activity, 3 Lap, 3 Track, 384 Trackpoint: one event
         row("tcx/tcxparser-forerunner410.tcx", "3 3 384 0", "3 3 384 0 1");
-        // README: 1 Activity, 2 Lap, 2 Track, 486 Trackpoint: one event
         row("tcx/tcxreader-cross-country-skiing.tcx", "2 2 486 0", "2 2 486 0 1");
-        // README: 1 Activity, 1 Lap, 1 Track, 3112 Trackpoint: one event
         row("tcx/tcxreader-mapmyride.tcx", "1 1 3112 0", "1 1 3112 0 1");
-        // README: 1 Activity, 1 Lap, 1 Track, 465 Trackpoint: one event
         row("tcx/togeojson-fitbit-tour_hr.tcx", "1 1 465 0", "1 1 465 0 1");
-        // README: 1 Activity, 1 Lap, 3 Track, 19 Trackpoint: one track of three segments
         row("tcx/togeojson-forerunner305-sample.tcx", "1 3 19 0", "1 3 19 0 1");
-        // README: 1 Activity, 1 Lap, 1 Track, 317 Trackpoint: one event
         row("tcx/togeojson-garmin-connect-edge520.tcx", "1 1 317 0", "1 1 317 0 1");
-        // README: 1 Course, 1 Lap, 1 Track, 30 Trackpoint; a course: the Lap closes as a track without segments, the segment with its 30 points closes into no track and is dropped; no event
+        // README: 1 Course, 1 Lap, 1 Track, 30 Trackpoint: a course, as above
         row("tcx/togeojson-tcx-courses.tcx", "1 0 0 0", "1 0 0 0 0");
         // README: 1 Activity, 5 Lap, 5 Track, 1545 Trackpoint, but spaces before the XML declaration: Expat rejects the file at its first line, the import source alone
         row("malformed/sportslib-polar-v800-leading-spaces.tcx", "0 0 0 0", "0 0 0 0 0");
