@@ -6,6 +6,7 @@
 #include "model/HBTrack.h"
 #include "model/HBTrackGeometry.h"
 #include "model/HBWaypoint.h"
+#include "ui/HBMapWorldImage.h"
 #include "ui/HBSimplePointStyle.h"
 #include "ui/HBTileLayer.h"
 
@@ -31,6 +32,13 @@ constexpr double kLoneObjectScale = 2;
 // Extra pixels of the halo of a selected object beyond its symbol.
 constexpr float kHaloWidth = 3;
 const QColor kHaloColor(255, 200, 0);
+
+// Read and reprojected once for every map of the program.
+const HBMapWorldImage &worldImage()
+{
+    static const HBMapWorldImage image;
+    return image;
+}
 
 bool overlaps(const QRectF &a, const QRectF &b)
 {
@@ -198,9 +206,11 @@ void HBMapCanvas::resizeEvent(QResizeEvent *)
 void HBMapCanvas::paintEvent(QPaintEvent *)
 {
     QPainter painter(this);
-    m_graticule.draw(painter, m_view, size());
+    m_graticule.drawBackground(painter, m_view, size());
+    worldImage().draw(painter, m_view, size());
     if (m_tiles)
         m_tiles->draw(painter, m_view, size());
+    m_graticule.drawLines(painter, m_view, size());
     const HBDrawingContext &context = drawingContext();
     for (const std::unique_ptr<Item> &item : m_items) {
         if (item && item.get() != m_hovered)

@@ -16,11 +16,22 @@ constexpr double kMaxLatitude = 85.0511287798;   // degrees, the edge of the squ
 constexpr double kMinLinePixels = 100;
 const QColor kVoid(0x2b, 0x30, 0x38);
 const QColor kSea(0xdd, 0xe6, 0xee);
-const QColor kLine(0x9a, 0xab, 0xbd);
-const QColor kLabel(0x4a, 0x5a, 0x6a);
+const QColor kLine(0x9a, 0xab, 0xbd, 160);
+const QColor kLabel(0x2a, 0x36, 0x42);
+const QColor kLabelOutline(255, 255, 255, 180);
 
 double radians(double degrees) { return degrees * std::numbers::pi / 180; }
 double degrees(double radians) { return radians * 180 / std::numbers::pi; }
+
+// Dark text on a light outline, readable on the sea, the land and tiles.
+void drawLabel(QPainter &painter, QPointF baseline, const QString &text)
+{
+    painter.setPen(kLabelOutline);
+    for (QPointF offset : {QPointF(-1, 0), QPointF(1, 0), QPointF(0, -1), QPointF(0, 1)})
+        painter.drawText(baseline + offset, text);
+    painter.setPen(kLabel);
+    painter.drawText(baseline, text);
+}
 
 int decimalsOf(double step)
 {
@@ -68,19 +79,30 @@ QString HBMapGraticule::label(double value, bool isLatitude, double step)
     return number + QStringLiteral("°") + hemisphere;
 }
 
-void HBMapGraticule::draw(QPainter &painter, const HBMapView &view, QSize viewSize) const
+namespace {
+
+QRectF worldInView(const HBMapView &view, QSize viewSize)
+{
+    const double half = HBMapView::kWorldHalf;
+    return QRectF(view.toView(QPointF(-half, half), viewSize), view.toView(QPointF(half, -half), viewSize));
+}
+
+} // namespace
+
+void HBMapGraticule::drawBackground(QPainter &painter, const HBMapView &view, QSize viewSize) const
 {
     painter.fillRect(QRect(QPoint(), viewSize), kVoid);
-    const double half = HBMapView::kWorldHalf;
-    const QRectF world(view.toView(QPointF(-half, half), viewSize), view.toView(QPointF(half, -half), viewSize));
-    painter.fillRect(world, kSea);
+    painter.fillRect(worldInView(view, viewSize), kSea);
+}
 
+void HBMapGraticule::drawLines(QPainter &painter, const HBMapView &view, QSize viewSize) const
+{
+    const QRectF world = worldInView(view, viewSize);
     const double step = stepForScale(view.metresPerPixel(), kMinLinePixels);
     const QRectF shown = view.mapRect(viewSize);
     const QPointF low = lonLatFromMercator(shown.topLeft());
     const QPointF high = lonLatFromMercator(shown.bottomRight());
     painter.save();
-    painter.setPen(QPen(kLine, 1));
     QFont font = painter.font();
     font.setPointSizeF(8);
     painter.setFont(font);
@@ -89,16 +111,14 @@ void HBMapGraticule::draw(QPainter &painter, const HBMapView &view, QSize viewSi
         const double x = view.toView(mercatorFromLonLat(QPointF(lon, 0)), viewSize).x();
         painter.setPen(kLine);
         painter.drawLine(QLineF(x, std::max(0.0, world.top()), x, std::min<double>(viewSize.height(), world.bottom())));
-        painter.setPen(kLabel);
-        painter.drawText(QPointF(x + 3, viewSize.height() - 4), label(lon, false, step));
+        drawLabel(painter, QPointF(x + 3, viewSize.height() - 4), label(lon, false, step));
     }
     for (double lat = std::ceil(std::max(low.y(), -kMaxLatitude) / step) * step; lat <= std::min(high.y(), kMaxLatitude);
          lat += step) {
         const double y = view.toView(mercatorFromLonLat(QPointF(0, lat)), viewSize).y();
         painter.setPen(kLine);
         painter.drawLine(QLineF(std::max(0.0, world.left()), y, std::min<double>(viewSize.width(), world.right()), y));
-        painter.setPen(kLabel);
-        painter.drawText(QPointF(4, y - 3), label(lat, true, step));
+        drawLabel(painter, QPointF(4, y - 3), label(lat, true, step));
     }
     painter.restore();
 }

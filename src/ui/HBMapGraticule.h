@@ -8,13 +8,17 @@ class QPainter;
 class QSize;
 
 // The offline background of the map: the Mercator world as a sea-coloured
-// square on a darker void, with lines of latitude and longitude at a round
+// square on a darker void (under the world image, when there is one), and
+// lines of latitude and longitude at a round
 // step that keeps them about 100 pixels or more apart, labelled in degrees
 // along the view's left and bottom edges.
 class HBMapGraticule
 {
 public:
-    void draw(QPainter &painter, const HBMapView &view, QSize viewSize) const;
+    // The void and the sea, to draw first.
+    void drawBackground(QPainter &painter, const HBMapView &view, QSize viewSize) const;
+    // The lines and their labels, over whatever the map shows below them.
+    void drawLines(QPainter &painter, const HBMapView &view, QSize viewSize) const;
 
     // The step in degrees for a view of metresPerPixel: the smallest round
     // step (1, 2 or 5 times a power of ten, or 15, 30, 45, 90) whose lines
