@@ -163,6 +163,14 @@ private slots:
         QCOMPARE(style.rules().last()->symbolizers().first(), bubble);
         QCOMPARE(style.mouseOverTrackPoint()->date(), QDateTime(QDate(2007, 7, 27), QTime(5, 31), Qt::UTC));
 
+        // moving within the same point leaves the bubble as it is
+        bubble->setPointDescription(QStringLiteral("unchanged"));
+        style.mouseMoved(at - QPointF(1, 0), withTimes, context);
+        QCOMPARE(bubble->pointDescription(), QStringLiteral("unchanged"));
+        style.mouseMoved(context.clippingRegion().transformPoint(projected->points()[10]), withTimes, context);
+        QCOMPARE(style.trackBubbleSymbolizer(), bubble);
+        QCOMPARE(bubble->pointDescription(), QStringLiteral("Point 11 of 23 in track With Times"));
+
         // the bubble is no part of what is saved
         style.save();
         QCOMPARE(HBSimplePointStyle(withTimes).rules().last()->symbolizers().size(), 1);
