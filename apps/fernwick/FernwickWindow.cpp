@@ -1,13 +1,16 @@
 #include "FernwickWindow.h"
 
-#include "FernwickLibraryLayer.h"
-
+#include "browse/HBSmartFileTree.h"
+#include "browse/HBSmartRecentImportsFile.h"
+#include "browse/HBTrackSourceList.h"
 #include "export/HBGPXExporter.h"
-#include "manager/HBTrackManager.h"
 #include "model/HBTrack.h"
 #include "model/HBTrackGeometry.h"
+#include "model/HBWaypoint.h"
 #include "ui/HBMapCanvas.h"
 #include "ui/HBTileLayer.h"
+#include "ui/HBTrackPickerController.h"
+#include "ui/HBTrackPickerWindowController.h"
 
 #include <QApplication>
 #include <QCloseEvent>
@@ -29,13 +32,23 @@ const QString kViewKey = QStringLiteral("fernwick/mapView"); // centre x, centre
 const QString kTileTemplateKey = QStringLiteral("fernwick/tileURLTemplate");
 const QString kTileAttributionKey = QStringLiteral("fernwick/tileAttribution");
 
+template<class Record>
+QList<Record *> selectedOf(const HBTrackPickerController *picker)
+{
+    QList<Record *> records;
+    for (qsizetype i : picker->spatialObjectSelectionIndexes()) {
+        if (auto *record = dynamic_cast<Record *>(picker->spatialObjects().value(i)))
+            records.append(record);
+    }
+    return records;
+}
+
 } // namespace
 
-FernwickWindow::FernwickWindow(HBTrackManager *manager, QWidget *parent)
+FernwickWindow::FernwickWindow(QWidget *parent)
     : QMainWindow(parent)
-    , m_manager(manager)
     , m_canvas(new HBMapCanvas(this))
-    , m_layer(new FernwickLibraryLayer(manager, this))
+    , m_picker(new HBTrackPickerController(this))
 {
     setWindowTitle(tr("Fernwick"));
     setCentralWidget(m_canvas);
@@ -48,28 +61,47 @@ FernwickWindow::FernwickWindow(HBTrackManager *manager, QWidget *parent)
         m_canvas->setTileLayer(m_tiles);
     }
     buildMenus();
-    wireLayer();
+    wirePicker();
     restoreSettings();
 }
 
 FernwickWindow::~FernwickWindow() = default;
 
-void FernwickWindow::wireLayer()
+void FernwickWindow::wirePicker()
 {
-    // Where a picker controller takes the layer's place: the same four
-    // connections to its properties of the same names.
-    connect(m_layer, &FernwickLibraryLayer::spatialObjectsChanged, m_canvas,
-            [this] { m_canvas->setSpatialObjects(m_layer->spatialObjects()); });
-    connect(m_layer, &FernwickLibraryLayer::spatialObjectSelectionIndexesChanged, m_canvas,
-            [this] { m_canvas->setSpatialObjectSelectionIndexes(m_layer->spatialObjectSelectionIndexes()); });
-    connect(m_canvas, &HBMapCanvas::spatialObjectsClicked, m_layer, &FernwickLibraryLayer::addSelectedSpatialObjects);
+    m_picker->setMapController(m_canvas);
+    connect(m_picker, &HBTrackPickerController::spatialObjectsChanged, m_canvas,
+            [this] { m_canvas->setSpatialObjects(m_picker->spatialObjects()); });
+    connect(m_picker, &HBTrackPickerController::spatialObjectSelectionIndexesChanged, m_canvas,
+            [this] { m_canvas->setSpatialObjectSelectionIndexes(m_picker->spatialObjectSelectionIndexes()); });
+    connect(m_canvas, &HBMapCanvas::spatialObjectsClicked, m_picker, &HBTrackPickerController::addSelectedSpatialObjects);
+    selectRecentImportsUnlessSelected();
+    connect(m_picker, &HBTrackPickerController::spatialObjectsChanged, this, [this] {
+        if (!m_firstListShown && !m_picker->spatialObjects().isEmpty()) {
+            m_firstListShown = true;
+            emit firstListShown();
+        }
+    });
+}
+
+void FernwickWindow::selectRecentImportsUnlessSelected()
+{
+    HBTrackSourceList *list = m_picker->trackSourceList();
+    if (list->selectedSourceList())
+        return;
+    for (HBSmartFile *file : list->smartTree()->smartFiles()) {
+        if (dynamic_cast<HBSmartRecentImportsFile *>(file)) {
+            list->setSelectedSourceList(file);
+            return;
+        }
+    }
 }
 
 void FernwickWindow::buildMenus()
 {
     QMenu *file = menuBar()->addMenu(tr("&File"));
-    file->addAction(tr("Import\u2026"), QKeySequence::Open, this, &FernwickWindow::importFiles);
-    file->addAction(tr("Download from GPS\u2026"), this, [this] { m_manager->importWithGPSBabelForWindow(this); });
+    file->addAction(tr("Import\u2026"), QKeySequence::Open, m_picker, &HBTrackPickerController::importFilesAction);
+    file->addAction(tr("Download from GPS\u2026"), m_picker, &HBTrackPickerController::downloadFromGPSAction);
     file->addAction(tr("Export Selection as GPX\u2026"), QKeySequence(tr("Ctrl+E")), this,
                     &FernwickWindow::exportSelection);
     file->addSeparator();
@@ -77,9 +109,8 @@ void FernwickWindow::buildMenus()
 
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->addAction(tr("Zoom To Fit"), QKeySequence(tr("Ctrl+0")), this, &FernwickWindow::zoomToFit);
-    QAction *picker = view->addAction(tr("Show Track Picker"));
-    // The picker window comes with the track picker controller.
-    picker->setEnabled(false);
+    view->addAction(tr("Show Track Picker"), QKeySequence(tr("Ctrl+T")), m_picker,
+                    &HBTrackPickerController::showWindow);
 
     QMenu *help = menuBar()->addMenu(tr("&Help"));
     help->addAction(tr("About Fernwick"), this, &FernwickWindow::showAbout);
@@ -88,15 +119,15 @@ void FernwickWindow::buildMenus()
 void FernwickWindow::zoomToFit()
 {
     QList<HBSpatialObject *> objects;
-    for (qsizetype i : m_layer->spatialObjectSelectionIndexes())
-        objects.append(m_layer->spatialObjects().value(i));
-    m_canvas->fitSpatialObjects(objects.isEmpty() ? m_layer->spatialObjects() : objects);
+    for (qsizetype i : m_picker->spatialObjectSelectionIndexes())
+        objects.append(m_picker->spatialObjects().value(i));
+    m_canvas->fitSpatialObjects(objects.isEmpty() ? m_picker->spatialObjects() : objects);
 }
 
 bool FernwickWindow::hoverFirstTrack()
 {
     const HBProjection mercator(HBProjection::WebMercatorSRID);
-    for (HBSpatialObject *object : m_layer->spatialObjects()) {
+    for (HBSpatialObject *object : m_picker->spatialObjects()) {
         auto *track = dynamic_cast<HBTrack *>(object);
         const std::shared_ptr<HBTrackGeometry> geometry = track ? track->geometry() : nullptr;
         const auto points = geometry ? geometry->geometryWithProjection(mercator) : nullptr;
@@ -110,25 +141,14 @@ bool FernwickWindow::hoverFirstTrack()
     return false;
 }
 
-void FernwickWindow::importFiles()
-{
-    QStringList patterns;
-    for (const QString &type : HBTrackManager::validFileTypes())
-        patterns.append(QStringLiteral("*.") + type);
-    const QStringList paths = QFileDialog::getOpenFileNames(
-        this, tr("Import"), QString(), tr("GPS files (%1)").arg(patterns.join(u' ')));
-    if (!paths.isEmpty())
-        m_manager->importFilesAtPaths(paths);
-}
-
 void FernwickWindow::exportSelection()
 {
     HBGPXExporter exporter;
-    exporter.tracks() = m_layer->selectedTracks();
-    exporter.waypoints() = m_layer->selectedWaypoints();
+    exporter.tracks() = selectedOf<HBTrack>(m_picker);
+    exporter.waypoints() = selectedOf<HBWaypoint>(m_picker);
     if (exporter.tracks().isEmpty() && exporter.waypoints().isEmpty()) {
         QMessageBox::information(this, tr("Export Selection as GPX"),
-                                 tr("Select tracks or waypoints on the map first."));
+                                 tr("Select tracks or waypoints on the map or in the track picker first."));
         return;
     }
     const QString path =

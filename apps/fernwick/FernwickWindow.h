@@ -2,24 +2,26 @@
 
 #include <QMainWindow>
 
-class FernwickLibraryLayer;
 class HBMapCanvas;
 class HBTileLayer;
-class HBTrackManager;
+class HBTrackPickerController;
 
-// The desktop host: the map over every stored track and waypoint, with the
-// menus to import, download, export and zoom. Its geometry and the map's
-// last view are kept in the settings between runs.
+// The desktop host: the map of the tracks and waypoints the track picker
+// lists, beside the picker's window, with the menus to import, download,
+// export and zoom. The map follows the picker's list and selection, and a
+// click on the map selects through the picker. Until the picker's source
+// list has a selection of its own, the map shows "Recent Imports". The window's
+// geometry and the map's last view are kept in the settings between runs.
 class FernwickWindow : public QMainWindow
 {
     Q_OBJECT
 
 public:
-    explicit FernwickWindow(HBTrackManager *manager, QWidget *parent = nullptr);
+    explicit FernwickWindow(QWidget *parent = nullptr);
     ~FernwickWindow() override;
 
     HBMapCanvas *canvas() const { return m_canvas; }
-    FernwickLibraryLayer *layer() const { return m_layer; }
+    HBTrackPickerController *picker() const { return m_picker; }
     // Shows the selected objects whole, or all of them when none is selected.
     void zoomToFit();
     // Puts the mouse over the middle point of the first listed track with
@@ -29,17 +31,21 @@ public:
 protected:
     void closeEvent(QCloseEvent *event) override;
 
+signals:
+    // The picker listed something for the first time.
+    void firstListShown();
+
 private:
     void buildMenus();
-    void wireLayer();
+    void wirePicker();
+    void selectRecentImportsUnlessSelected();
     void restoreSettings();
     void saveSettings() const;
-    void importFiles();
     void exportSelection();
     void showAbout();
 
-    HBTrackManager *m_manager;
     HBMapCanvas *m_canvas;
     HBTileLayer *m_tiles = nullptr;
-    FernwickLibraryLayer *m_layer;
+    HBTrackPickerController *m_picker;
+    bool m_firstListShown = false;
 };

@@ -1,21 +1,25 @@
-// fernwick: the desktop host, a map of every stored track and waypoint.
+// fernwick: the desktop host, a map of what the track picker lists, beside
+// the picker's window.
 //
 //   fernwick [--screenshot FILE.png [--size WxH]]
 //
-// With --screenshot the window starts on the user's stores, fits the map to
-// the listed objects, puts the mouse over the first track so that its
-// bubble shows, writes the whole window to FILE and exits; it runs with
-// QT_QPA_PLATFORM=offscreen.
+// With --screenshot the map window starts on the user's stores, waits for
+// the picker's first list ("Recent Imports", unless the picker remembers
+// another entry; at most 10 s, for stores with nothing to list), fits the
+// map to the listed objects, puts the mouse over the first
+// track so that its bubble shows, writes the whole window to FILE and exits;
+// it runs with QT_QPA_PLATFORM=offscreen.
 
-#include "FernwickLibraryLayer.h"
 #include "FernwickWindow.h"
 
 #include "manager/HBTrackManager.h"
 #include "ui/HBTrackManagerAlerts.h"
+#include "ui/HBTrackPickerController.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QRegularExpression>
+#include <QTimer>
 
 #include <cstdio>
 
@@ -29,18 +33,24 @@ std::optional<QSize> parseSize(const QString &text)
     return QSize(m.captured(1).toInt(), m.captured(2).toInt());
 }
 
-int writeScreenshot(FernwickWindow &window, const QString &path, QSize size)
+// Writes the window once the picker has listed something, or after
+// kListWait for stores with nothing to list; ends the program with 0 when
+// written.
+void screenshotAfterFirstList(FernwickWindow &window, const QString &path, QSize size)
 {
+    constexpr int kListWait = 10000; // ms
     window.resize(size);
     window.show();
-    QApplication::processEvents();
-    window.zoomToFit();
-    window.hoverFirstTrack();
-    if (!window.grab().save(path)) {
-        std::fprintf(stderr, "fernwick: cannot write %s\n", qPrintable(path));
-        return 1;
-    }
-    return 0;
+    const auto write = [&window, path] {
+        window.zoomToFit();
+        window.hoverFirstTrack();
+        const bool written = window.grab().save(path);
+        if (!written)
+            std::fprintf(stderr, "fernwick: cannot write %s\n", qPrintable(path));
+        QApplication::exit(written ? 0 : 1);
+    };
+    QObject::connect(&window, &FernwickWindow::firstListShown, &window, write);
+    QTimer::singleShot(kListWait, &window, write);
 }
 
 } // namespace
@@ -65,10 +75,13 @@ int main(int argc, char **argv)
     }
 
     HBTrackManagerAlerts::install();
-    FernwickWindow window(HBTrackManager::sharedTrackManager());
-    window.layer()->refresh();
+    HBTrackManager::sharedTrackManager();
+    FernwickWindow window;
     if (parser.isSet(screenshot))
-        return writeScreenshot(window, parser.value(screenshot), *windowSize);
-    window.show();
+        screenshotAfterFirstList(window, parser.value(screenshot), *windowSize);
+    else {
+        window.show();
+        window.picker()->showWindow();
+    }
     return app.exec();
 }

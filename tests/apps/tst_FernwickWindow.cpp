@@ -1,17 +1,18 @@
 #include "../ui/ImportedLibrary.h"
 
-#include "FernwickLibraryLayer.h"
 #include "FernwickWindow.h"
 #include "model/HBTrackGeometry.h"
 #include "ui/HBMapCanvas.h"
+#include "ui/HBTrackPickerController.h"
 
 #include <QImage>
 #include <QMenuBar>
 #include <QProcess>
+#include <QSignalSpy>
 
 // The desktop host as a person meets it: its menus, the window and map view
 // coming back after a restart, a click on the map selecting through the
-// layer, and the headless screenshot.
+// picker, and the headless screenshot.
 class tst_FernwickWindow : public QObject
 {
     Q_OBJECT
@@ -36,7 +37,7 @@ private slots:
 
     void menusAPersonExpects()
     {
-        const FernwickWindow window(HBTrackManager::sharedTrackManager());
+        const FernwickWindow window;
         QCOMPARE(menuTexts(window.menuBar()),
                  (QStringList{"&File", "  Import\u2026", "  Download from GPS\u2026", "  Export Selection as GPX\u2026",
                               "  Quit", "&View", "  Zoom To Fit", "  Show Track Picker", "&Help",
@@ -47,26 +48,29 @@ private slots:
     {
         const HBMapView view(QPointF(1234567, 5432100), 7.5);
         {
-            FernwickWindow window(HBTrackManager::sharedTrackManager());
+            FernwickWindow window;
             window.resize(900, 640);
             window.show();
             QVERIFY(QTest::qWaitForWindowExposed(&window));
             window.canvas()->setView(view);
             window.close();
         }
-        FernwickWindow again(HBTrackManager::sharedTrackManager());
+        FernwickWindow again;
         QCOMPARE(again.canvas()->view(), view);
         QCOMPARE(again.size(), QSize(900, 640));
     }
 
-    void clickOnTheMapSelectsThroughTheLayer()
+    void clickOnTheMapSelectsThroughThePicker()
     {
-        FernwickWindow window(HBTrackManager::sharedTrackManager());
-        window.layer()->refresh();
+        FernwickWindow window;
+        QSignalSpy listed(&window, &FernwickWindow::firstListShown);
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QVERIFY(listed.wait(30000));
+        // "Recent Imports": both tracks of the file
+        const QList<HBSpatialObject *> objects = window.picker()->spatialObjects();
+        QCOMPARE(window.canvas()->spatialObjects(), objects);
         HBTrack *withTimes = nullptr;
-        const QList<HBSpatialObject *> objects = window.layer()->spatialObjects();
         for (HBSpatialObject *object : objects) {
             auto *track = dynamic_cast<HBTrack *>(object);
             if (track && track->name() == QStringLiteral("With Times"))
@@ -78,9 +82,8 @@ private slots:
         const QPointF at = window.canvas()->view().toView(points->points()[20], window.canvas()->size());
         QTest::mouseClick(window.canvas(), Qt::LeftButton, {}, at.toPoint());
         const QList<qsizetype> selected{objects.indexOf(withTimes)};
-        QCOMPARE(window.layer()->spatialObjectSelectionIndexes(), selected);
+        QTRY_COMPARE(window.picker()->spatialObjectSelectionIndexes(), selected);
         QCOMPARE(window.canvas()->spatialObjectSelectionIndexes(), selected);
-        QCOMPARE(window.layer()->selectedTracks(), QList<HBTrack *>{withTimes});
     }
 
     void screenshotWithoutADisplay_data()
