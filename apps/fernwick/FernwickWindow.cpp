@@ -109,11 +109,17 @@ void FernwickWindow::buildMenus()
 
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->addAction(tr("Zoom To Fit"), QKeySequence(tr("Ctrl+0")), this, &FernwickWindow::zoomToFit);
-    view->addAction(tr("Show Track Picker"), QKeySequence(tr("Ctrl+T")), m_picker,
-                    &HBTrackPickerController::showWindow);
+    view->addAction(tr("Show Track Picker"), QKeySequence(tr("Ctrl+T")), this, &FernwickWindow::showTrackPicker);
 
     QMenu *help = menuBar()->addMenu(tr("&Help"));
     help->addAction(tr("About Fernwick"), this, &FernwickWindow::showAbout);
+}
+
+void FernwickWindow::showTrackPicker()
+{
+    m_picker->showWindow();
+    // the map's window is the program: closing it quits, the picker with it
+    m_picker->windowController()->setAttribute(Qt::WA_QuitOnClose, false);
 }
 
 void FernwickWindow::zoomToFit()

@@ -22,6 +22,8 @@ public:
 
     HBMapCanvas *canvas() const { return m_canvas; }
     HBTrackPickerController *picker() const { return m_picker; }
+    // Shows the picker's window beside the map; it closes with the map.
+    void showTrackPicker();
     // Shows the selected objects whole, or all of them when none is selected.
     void zoomToFit();
     // Puts the mouse over the middle point of the first listed track with

@@ -14,7 +14,6 @@
 
 #include "manager/HBTrackManager.h"
 #include "ui/HBTrackManagerAlerts.h"
-#include "ui/HBTrackPickerController.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -81,7 +80,7 @@ int main(int argc, char **argv)
         screenshotAfterFirstList(window, parser.value(screenshot), *windowSize);
     else {
         window.show();
-        window.picker()->showWindow();
+        window.showTrackPicker();
     }
     return app.exec();
 }
