@@ -242,7 +242,7 @@ void HBMapCanvas::drawAttribution(QPainter &painter)
     const QRect text = painter.fontMetrics().boundingRect(m_tiles->attribution()).adjusted(-4, -2, 4, 2);
     QRect box(QPoint(), text.size());
     box.moveBottomRight(rect().bottomRight());
-    painter.fillRect(box, QColor(255, 255, 255, 200));
+    painter.fillRect(box, Qt::white);
     painter.setPen(Qt::black);
     painter.drawText(box, Qt::AlignCenter, m_tiles->attribution());
 }

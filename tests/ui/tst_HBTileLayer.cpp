@@ -1,5 +1,6 @@
 #include "LocalHttpServer.h"
 
+#include "ui/HBMapCanvas.h"
 #include "ui/HBMapView.h"
 #include "ui/HBTileLayer.h"
 
@@ -78,6 +79,28 @@ private slots:
         // a new layer, as after a restart: from the disk cache
         QCOMPARE(drawnCentre(server, cache, true), QColor(Qt::red));
         QCOMPARE(server.paths.size(), 1);
+    }
+
+    void theMapShowsTheAttributionLine()
+    {
+        LocalHttpServer server(500, "down");
+        HBTileLayer layer(server.baseUrl() + QStringLiteral("/{z}/{x}/{y}.png"), QStringLiteral("Tiles: test"),
+                          m_cache.filePath(QStringLiteral("Attribution")));
+        HBMapCanvas canvas;
+        canvas.resize(400, 300);
+        canvas.setView(HBMapView(QPointF(), 1000));
+        const QImage without = canvas.grab().toImage();
+        canvas.setTileLayer(&layer);
+        const QImage with = canvas.grab().toImage();
+        // a white box in the bottom right corner, with dark text in it
+        QCOMPARE(without.pixelColor(398, 298), QColor(0xdd, 0xe6, 0xee));
+        QCOMPARE(with.pixelColor(398, 298), QColor(Qt::white));
+        int dark = 0;
+        for (int x = 300; x < 400; ++x) {
+            for (int y = 280; y < 300; ++y)
+                dark += with.pixelColor(x, y).lightness() < 100;
+        }
+        QVERIFY(dark > 10);
     }
 
     void aFailingServerLeavesTheMapAsItWas_data()
