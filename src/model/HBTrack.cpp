@@ -1,6 +1,7 @@
 #include "model/HBTrack.h"
 
 #include "model/HBAdditionsTable.h"
+#include "model/HBFeatureStyles.h"
 #include "model/HBGeoPoint.h"
 #include "model/HBTrackDataModel.h"
 #include "model/HBTrackGeometry.h"
@@ -232,6 +233,11 @@ void HBTrack::setGeometry(std::shared_ptr<HBTrackGeometry> geometry)
     m_geometry = std::move(geometry);
 }
 
+std::shared_ptr<HBSimplePointStyle> HBTrack::style()
+{
+    return HBFeatureStyles::styleOf(this, m_style);
+}
+
 QHash<QString, HBPropertyDescription> HBTrack::propertiesByName()
 {
     return HBPropertyDescription::attributes({{QStringLiteral("name"), HBAttributeType::String},
@@ -312,6 +318,7 @@ void HBTrack::didSave()
 {
     if (isDeleted()) {
         clearExistingGeometryCachePaths();
+        HBFeatureStyles::saveStyle(style());
         return;
     }
     if (!m_geometry)

@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 
+class HBSimplePointStyle;
 class HBTrackGeometry;
 class HBTrackSegment;
 struct HBPropertyDescription;
@@ -81,6 +82,10 @@ public:
     // The kept geometry, else the cached one, else one built from points.
     std::shared_ptr<HBTrackGeometry> geometry();
     void setGeometry(std::shared_ptr<HBTrackGeometry> geometry);
+    // How the map draws the track, made at first use (see HBFeatureStyles)
+    // and kept; null in a program without the user-interface library.
+    std::shared_ptr<HBSimplePointStyle> style();
+    void setStyle(std::shared_ptr<HBSimplePointStyle> style) { m_style = std::move(style); }
     QVariant objectOwner() const override { return m_objectOwner; }
     void setObjectOwner(const QVariant &owner) override { m_objectOwner = owner; }
 
@@ -115,5 +120,6 @@ private:
     void writeGeometryCache();
 
     std::shared_ptr<HBTrackGeometry> m_geometry;
+    std::shared_ptr<HBSimplePointStyle> m_style;
     QVariant m_objectOwner;
 };

@@ -2,6 +2,7 @@
 
 #include "kits/geometry/HBEarthDistance.h"
 #include "kits/geometry/HBMultiPointGeometry.h"
+#include "model/HBFeatureStyles.h"
 #include "model/HBPointURIList.h"
 #include "model/HBTrack.h"
 #include "model/HBTrackPoint.h"
@@ -433,4 +434,13 @@ std::shared_ptr<HBMultiPointGeometry> HBTrackSegment::geometry()
         m_geometry = std::make_shared<HBMultiPointGeometry>(std::move(positions));
     }
     return m_geometry;
+}
+
+std::shared_ptr<HBStyle> HBTrackSegment::style()
+{
+    // A segment's geometry is always a multi-point: its type is known
+    // without loading the points.
+    if (!m_style && HBFeatureStyles::installed().styleForGeometry)
+        m_style = HBFeatureStyles::installed().styleForGeometry(HBGeometryTypeMultiPoint);
+    return m_style;
 }

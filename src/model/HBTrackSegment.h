@@ -15,6 +15,7 @@
 #include <optional>
 
 class HBMultiPointGeometry;
+class HBStyle;
 class HBTrack;
 class HBTrackPoint;
 class HBTrackSegmentPointURIs;
@@ -102,6 +103,10 @@ public:
     // Made from the points at first use (a point without a position counts
     // as (0, 0)) and kept.
     std::shared_ptr<HBMultiPointGeometry> geometry();
+    // The plain style of its geometry, made at first use and kept; null in
+    // a program without the user-interface library (see HBFeatureStyles).
+    std::shared_ptr<HBStyle> style();
+    void setStyle(std::shared_ptr<HBStyle> style) { m_style = std::move(style); }
     QVariant objectOwner() const { return m_objectOwner; }
     void setObjectOwner(const QVariant &owner) { m_objectOwner = owner; }
 
@@ -118,6 +123,7 @@ private:
     // the fetch a read-ahead was started for, until the points are loaded
     mutable std::optional<HBFetchRequest> m_pointsRequest;
     std::shared_ptr<HBMultiPointGeometry> m_geometry;
+    std::shared_ptr<HBStyle> m_style;
     QVariant m_objectOwner;
     mutable HBManagedObjectID m_uriStringID;
     mutable QString m_uriString;

@@ -9,6 +9,7 @@
 #include <memory>
 
 class HBPointGeometry;
+class HBSimplePointStyle;
 struct HBPropertyDescription;
 
 // A named place. Waypoints stay in the central store with the tracks and
@@ -30,6 +31,14 @@ public:
     std::shared_ptr<HBPointGeometry> geometry() const;
     // The attributes a feature inspector shows: "name" and "kind", both text.
     static QHash<QString, HBPropertyDescription> propertiesByName();
+    // How the map draws the waypoint, made at first use (see
+    // HBFeatureStyles) and kept; null in a program without the
+    // user-interface library.
+    std::shared_ptr<HBSimplePointStyle> style();
+    void setStyle(std::shared_ptr<HBSimplePointStyle> style) { m_style = std::move(style); }
+
+    // A deleted waypoint's style removes its file.
+    void didSave() override;
 
     // Whoever shows the waypoint on a map may hang its own object here.
     QVariant objectOwner() const override { return m_objectOwner; }
@@ -37,5 +46,6 @@ public:
 
 private:
     mutable std::shared_ptr<HBPointGeometry> m_geometry;
+    std::shared_ptr<HBSimplePointStyle> m_style;
     QVariant m_objectOwner;
 };
