@@ -70,9 +70,15 @@ class tst_hbgpsTornImports : public QObject
         QProcess p;
         p.setProcessEnvironment(temporaryHomeEnvironment(home));
         p.setStandardOutputFile(QProcess::nullDevice());
-        p.setStandardErrorFile(QProcess::nullDevice());
         p.start(QStringLiteral(HB_HBGPS_PATH), arguments);
-        return p.waitForFinished(120000) && p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+        const bool finished = p.waitForFinished(120000);
+        const int code = finished && p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+        // what it said before it failed, to tell a crash from a hang from a refusal
+        if (code != 0)
+            qWarning("hbgps %s: %s, exit status %d, said: %s", qPrintable(arguments.join(u' ')),
+                     finished ? (p.exitStatus() == QProcess::NormalExit ? "ended" : "crashed") : "hung", p.exitCode(),
+                     p.readAllStandardError().constData());
+        return code;
     }
 
     // Opening the stores repairs what a cut-off save left; then the file
