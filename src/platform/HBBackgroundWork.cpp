@@ -1,5 +1,8 @@
 #include "platform/HBBackgroundWork.h"
 
+#include "platform/HBMainThread.h"
+
+#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QThread>
 #include <QThreadPool>
@@ -16,11 +19,34 @@ QThreadPool *makePool(int maxThreads)
     return p;
 }
 
+// The longest a program's end waits for bounded work still running.
+constexpr int kExitPatienceMs = 10000;
+
+void finishBoundedWorkAtExit();
+
 // Never destroyed: a job may still run while the process exits.
 QThreadPool &pool()
 {
-    static QThreadPool *threads = makePool(std::max(2, QThread::idealThreadCount()));
+    static QThreadPool *threads = [] {
+        if (QCoreApplication::instance())
+            qAddPostRoutine(finishBoundedWorkAtExit);
+        return makePool(std::max(2, QThread::idealThreadCount()));
+    }();
     return *threads;
+}
+
+// Bounded work that outlived the program's last wait (a refresh started by
+// the end of an import, say) would otherwise run on while the process's
+// statics are freed under it. It finishes while the application object
+// still stands, the main thread serving whatever it asks of it meanwhile.
+// Dedicated work waits for other work or lasts as long as it does, so it
+// is not waited for.
+void finishBoundedWorkAtExit()
+{
+    const QDeadlineTimer patience(kExitPatienceMs);
+    HBMainThread::waitUntil([&patience](std::chrono::milliseconds slice) {
+        return pool().waitForDone(int(slice.count())) || patience.hasExpired();
+    });
 }
 
 // Its other lane: room for every job that waits for others, so that none

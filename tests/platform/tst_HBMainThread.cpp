@@ -1,7 +1,9 @@
+#include "platform/HBBackgroundWork.h"
 #include "platform/HBMainThread.h"
 
 #include <QCoreApplication>
 #include <QMutex>
+#include <QProcess>
 #include <QTest>
 #include <QThread>
 
@@ -51,7 +53,40 @@ private slots:
         opening.unlock();
         worker.join();
     }
+
+    // A program that ends while a job it started still runs: the job must
+    // not run on while the process's statics are freed under it.
+    void aProgramsEndWaitsForTheWorkItStarted()
+    {
+        QProcess program;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HB_END_WHILE_WORKING"), QStringLiteral("1"));
+        program.setProcessEnvironment(environment);
+        program.start(QCoreApplication::applicationFilePath(), {});
+        QVERIFY(program.waitForFinished(30000));
+        QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(program.readAllStandardOutput(), QByteArray("job done\n"));
+    }
 };
 
-QTEST_GUILESS_MAIN(tst_HBMainThread)
+// The program of the test above: it starts a job that needs the main thread
+// at its end, and returns at once.
+static int endWhileWorking(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    HBBackgroundWork::start([] {
+        QThread::msleep(300);
+        HBMainThread::runAndWait([] { std::fputs("job done\n", stdout); });
+    });
+    return 0;
+}
+
+int main(int argc, char **argv)
+{
+    if (qEnvironmentVariableIsSet("HB_END_WHILE_WORKING"))
+        return endWhileWorking(argc, argv);
+    QCoreApplication app(argc, argv);
+    tst_HBMainThread test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_HBMainThread.moc"
