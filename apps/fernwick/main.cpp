@@ -13,24 +13,16 @@
 #include "FernwickWindow.h"
 
 #include "manager/HBTrackManager.h"
+#include "ui/HBScreenshot.h"
 #include "ui/HBTrackManagerAlerts.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QRegularExpression>
 #include <QTimer>
 
 #include <cstdio>
 
 namespace {
-
-std::optional<QSize> parseSize(const QString &text)
-{
-    const QRegularExpressionMatch m = QRegularExpression(QStringLiteral("^(\\d+)x(\\d+)$")).match(text);
-    if (!m.hasMatch())
-        return std::nullopt;
-    return QSize(m.captured(1).toInt(), m.captured(2).toInt());
-}
 
 // Writes the window once the picker has listed something, or after
 // kListWait for stores with nothing to list; ends the program with 0 when
@@ -43,10 +35,7 @@ void screenshotAfterFirstList(FernwickWindow &window, const QString &path, QSize
     const auto write = [&window, path] {
         window.zoomToFit();
         window.hoverFirstTrack();
-        const bool written = window.grab().save(path);
-        if (!written)
-            std::fprintf(stderr, "fernwick: cannot write %s\n", qPrintable(path));
-        QApplication::exit(written ? 0 : 1);
+        HBScreenshot::writeAndQuit(&window, path, "fernwick");
     };
     QObject::connect(&window, &FernwickWindow::firstListShown, &window, write);
     QTimer::singleShot(kListWait, &window, write);
@@ -67,7 +56,7 @@ int main(int argc, char **argv)
                                   QStringLiteral("WxH"), QStringLiteral("1000x700"));
     parser.addOptions({screenshot, size});
     parser.process(app);
-    const std::optional<QSize> windowSize = parseSize(parser.value(size));
+    const std::optional<QSize> windowSize = HBScreenshot::parseSize(parser.value(size));
     if (!windowSize) {
         std::fprintf(stderr, "fernwick: --size wants WIDTHxHEIGHT, such as 1000x700\n");
         return 2;

@@ -3,11 +3,11 @@
 #include "browse/HBDateTree.h"
 #include "browse/HBFileTree.h"
 #include "browse/HBTrackSourceList.h"
+#include "ui/HBScreenshot.h"
 #include "ui/HBTrackPickerController.h"
 #include "ui/HBTrackPickerWindowController.h"
 #include "ui/TracksAndWaypointsTableView.h"
 
-#include <QApplication>
 #include <QTimer>
 
 #include <cstdio>
@@ -69,10 +69,6 @@ void HBPickerScreenshot::listDidRefresh()
     if (m_path.isEmpty())
         return;
     // one more turn of the event loop, for the layout of what just changed
-    QTimer::singleShot(0, this, [this] {
-        const bool written = m_picker->windowController()->grab().save(m_path);
-        if (!written)
-            std::fprintf(stderr, "hbgpskit-picker: cannot write %s\n", qPrintable(m_path));
-        QApplication::exit(written ? 0 : 1);
-    });
+    QTimer::singleShot(0, this,
+                       [this] { HBScreenshot::writeAndQuit(m_picker->windowController(), m_path, "hbgpskit-picker"); });
 }

@@ -11,13 +11,13 @@
 
 #include "HBPickerScreenshot.h"
 
+#include "ui/HBScreenshot.h"
 #include "ui/HBTrackManagerAlerts.h"
 #include "ui/HBTrackPickerController.h"
 #include "ui/HBTrackPickerWindowController.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QRegularExpression>
 
 int main(int argc, char **argv)
 {
@@ -43,9 +43,8 @@ int main(int argc, char **argv)
     HBTrackPickerController picker;
     new HBPickerScreenshot(&picker, parser.value(select), parser.value(row).toInt(), parser.value(screenshot));
     HBTrackPickerWindowController *window = picker.windowController();
-    const QRegularExpressionMatch wxh = QRegularExpression(QStringLiteral("^(\\d+)x(\\d+)$")).match(parser.value(size));
-    if (wxh.hasMatch())
-        window->resize(wxh.captured(1).toInt(), wxh.captured(2).toInt());
+    if (const std::optional<QSize> windowSize = HBScreenshot::parseSize(parser.value(size)))
+        window->resize(*windowSize);
     picker.showWindow();
     return app.exec();
 }
